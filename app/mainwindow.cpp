@@ -1,0 +1,483 @@
+#include "app/mainwindow.h"
+#include "ui_dialogfirmware.h"
+#include "ui_mainwindow.h"
+#include "ui_settings.h"
+
+#include "link/comm.h"
+#include "link/frame.h"
+#include "mdb/mdb.h"
+#include "protocols/iebus.h"
+#include "protocols/rs232.h"
+#include "protocols/vsi.h"
+#include "protocols/vts.h"
+#include "settings/settings.h"
+#include "update/downloader.h"
+#include "update/fwupgrade.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QDebug>
+#include <QDialog>
+#include <QFile>
+#include <QLabel>
+#include <QMessageBox>
+#include <QSettings>
+#include <QStatusBar>
+#include <QTimer>
+
+// The icons live in the static library, so they must be registered by hand.
+static void initResources()
+{
+    Q_INIT_RESOURCE(icons);
+}
+
+MainWindow::MainWindow(QWidget *parent)
+    : QMainWindow(parent)
+{
+    initResources();
+
+    mdb = new MDB(this);
+    rs232 = new RS232(this);
+    vsi = new VSI(this);
+    vts = new VTS(this);
+    comm = new Comm(this);
+    settings = new Settings(this);
+
+    ui = new Ui_MainWindow;
+    firmwareUi = new Ui::DialogFirmware;
+    firmwareDialog = new QDialog(this);
+
+    ui->setupUi(this);
+
+    if (firmwareDialog->objectName().isEmpty())
+        firmwareDialog->setObjectName("DialogFirmware");
+    firmwareUi->setupUi(firmwareDialog);
+
+    ui->textBrowserParsed->setStyleSheet(
+        QStringLiteral("QTextBrowser {  font-family:\"Consolas\", \"Courier New\", monospace; font-size:14px;}"));
+
+    iebus = new Iebus(this, this);
+    fwUpgrade = new FWUpgrade(settings->serialPort, firmwareUi);
+    downloader = new Downloader(this);
+
+    connect(downloader, &Downloader::progress, this, &MainWindow::downloadProgress);
+
+    reconnectTimer = new QTimer(this);
+    reconnectTimer->setInterval(300);
+    connect(reconnectTimer, &QTimer::timeout, this, &MainWindow::reconnectTick);
+
+    connect(downloader, &Downloader::allFinished, this, &MainWindow::downloadAllFinished);
+    connect(fwUpgrade, &FWUpgrade::upgradeEnd, this, [this] { reconnectTimer->start(); });
+
+    settingsFile = new QSettings(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+
+    connect(settings->serialPort, &QSerialPort::readyRead, this, &MainWindow::readData);
+    connect(settings->serialPort, &QSerialPort::errorOccurred, this, &MainWindow::portError);
+
+    connect(ui->actionConfig, &QAction::triggered, settings, &QDialog::show);
+    connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::portToggle);
+    connect(ui->actionClear, &QAction::triggered, ui->textBrowserParsed, &QTextBrowser::clear);
+    connect(ui->actionTranslate, &QAction::triggered, this, &MainWindow::toggleInterpret);
+    connect(ui->actionSave, &QAction::triggered, this, &MainWindow::saveTextBrowserToFile);
+
+    modeLabel = new QLabel(this);
+    statusBar()->addPermanentWidget(modeLabel);
+
+    connect(settings, &QDialog::accepted, this, &MainWindow::settingAccepted);
+    connect(ui->actionAbout, &QAction::triggered, this, &MainWindow::showAbout);
+    connect(ui->actionLog, &QAction::triggered, this, &MainWindow::loadFileToTextBrowser);
+    connect(settings->ui->pushButtonAccept, &QPushButton::clicked, this, &MainWindow::settingAccepted);
+
+    lampLabel = new QLabel(this);
+    lampLabel->setFixedSize(12, 12);
+    updateCommStatus(false);
+    statusBar()->addPermanentWidget(lampLabel);
+
+    watchdogTimer = new QTimer(this);
+    watchdogTimer->setInterval(3000);
+    watchdogTimer->setSingleShot(true);
+    connect(watchdogTimer, &QTimer::timeout, this, &MainWindow::watchdogTimeout);
+
+    connect(vts, &VTS::showTranslation, this, [this] { ui->textBrowserParsed->append(vts->translation); });
+
+    loadSettings();
+}
+
+MainWindow::~MainWindow()
+{
+    saveSettings();
+    delete ui;
+    // These have no Qt parent; releasing them here keeps windows built in
+    // tests leak-free. Nothing a user sees depends on it.
+    delete fwUpgrade;
+    delete firmwareUi;
+    delete mdb;
+    delete rs232;
+    delete vsi;
+    delete comm;
+    delete settingsFile;
+}
+
+void MainWindow::updateCommStatus(bool on)
+{
+    lampOn = on;
+    lampLabel->setStyleSheet(on ? QStringLiteral("background-color: #00c800;border-radius: 6px;border: 1px solid #004400;")
+                                : QStringLiteral("background-color: gray;border-radius: 6px;border: 1px solid #404040;"));
+}
+
+int MainWindow::interpretIndex() const
+{
+    return settings->comboBoxInterpret->currentIndex();
+}
+
+int MainWindow::baudIndex() const
+{
+    return settings->comboBoxBaud->currentIndex();
+}
+
+void MainWindow::setInterpret(bool on)
+{
+    interpret = on;
+    ui->actionTranslate->setIcon(QIcon(on ? QStringLiteral(":/icon/translate.png")
+                                          : QStringLiteral(":/icon/translateDisable.png")));
+}
+
+void MainWindow::toggleInterpret()
+{
+    setInterpret(!interpret);
+}
+
+void MainWindow::showAbout()
+{
+    QMessageBox::about(this, QStringLiteral("About Vendscope"),
+                       "App " + QCoreApplication::applicationVersion() + "\nFirmware\n" + firmwareVersion);
+}
+
+// ---- settings ------------------------------------------------------------
+
+void MainWindow::loadSettings()
+{
+    restoreGeometry(settingsFile->value("geometry").toByteArray());
+    restoreState(settingsFile->value("state").toByteArray(), 0);
+
+    const QString portName = settingsFile->value("serial/portName", QString()).toString();
+    qDebug() << "load settings";
+    qDebug() << portName;
+    int index = settings->comboBoxPort->findText(portName, Qt::MatchExactly | Qt::MatchCaseSensitive);
+    if (index >= 0)
+        settings->comboBoxPort->setCurrentIndex(index);
+    else if (portName.startsWith(QLatin1Char('/')) && QFile::exists(portName))
+        index = settings->addPortPath(portName); // an unlisted device such as a pseudo-terminal
+    qDebug() << index;
+
+    qDebug() << "Serial Infro";
+    qDebug() << "bandRate " << settings->serialPort->baudRate();
+
+    setInterpret(settingsFile->value("interpret", true).toBool());
+    settings->comboBoxInterpret->setCurrentIndex(settingsFile->value("mode", 0).toInt());
+    settings->comboBoxBaud->setCurrentIndex(settingsFile->value("baudrate", 0).toInt());
+
+    settings->ui->checkBoxRemote->setChecked(settingsFile->value("iebusRemote", true).toBool());
+    settings->ui->checkBoxAmount->setChecked(settingsFile->value("iebusAmount", true).toBool());
+    settings->ui->checkBoxButton->setChecked(settingsFile->value("iebusButton", true).toBool());
+    settings->ui->checkBoxPoll->setChecked(settingsFile->value("MDBPoll", true).toBool());
+    settings->checkBoxUpdate->setChecked(settingsFile->value("Update", true).toBool());
+
+    updateServer = settingsFile->value("updateServer", QStringLiteral(VENDSCOPE_UPDATE_SERVER)).toString();
+
+    settingAccepted();
+
+    logPath = settingsFile->value("logPath", QCoreApplication::applicationDirPath()).toString();
+}
+
+void MainWindow::saveSettings()
+{
+    QSettings out(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+    qDebug() << "save settings";
+    out.setValue("serial/portName", settings->comboBoxPort->currentText());
+    out.setValue("interpret", interpret);
+    out.setValue("mode", interpretIndex());
+    out.setValue("baudrate", baudIndex());
+    out.setValue("geometry", saveGeometry());
+    out.setValue("state", saveState(0));
+    out.setValue("iebusRemote", settings->ui->checkBoxRemote->isChecked());
+    out.setValue("iebusAmount", settings->ui->checkBoxAmount->isChecked());
+    out.setValue("iebusButton", settings->ui->checkBoxButton->isChecked());
+    out.setValue("MDBPoll", settings->ui->checkBoxPoll->isChecked());
+    out.setValue("Update", settings->checkBoxUpdate->isChecked());
+    out.setValue("logPath", logPath);
+    qDebug() << out.value("serial/portName").toString();
+}
+
+void MainWindow::settingAccepted()
+{
+    modeLabel->setText(settings->comboBoxInterpret->currentText() + " " + settings->comboBoxBaud->currentText());
+    settings->serialPort->setPortName(settings->comboBoxPort->currentData().toString());
+    statusBar()->showMessage("Current port is " + settings->serialPort->portName());
+}
+
+// ---- box frame receiver ----------------------------------------------------
+
+void MainWindow::readData()
+{
+    QSerialPort *port = settings->serialPort;
+    if (!port->isOpen()) {
+        qDebug() << "Port not open yet!";
+        return;
+    }
+    const QByteArray chunk = port->readAll();
+    if (fwUpgrade->upgradeRunning) {
+        fwUpgrade->upgradeHandling(chunk);
+        return;
+    }
+    rxBuffer.append(chunk);
+
+    while (!rxBuffer.isEmpty()) {
+        const auto *b = reinterpret_cast<const unsigned char *>(rxBuffer.constData());
+        switch (rxState) {
+        case 0:
+            // Noise costs one call per dropped byte or pair; the rest waits.
+            if (b[0] != 0xA5) {
+                rxBuffer.remove(0, 1);
+                return;
+            }
+            if (rxBuffer.size() < 2)
+                return;
+            if (b[1] != 0x5A) {
+                rxBuffer.remove(0, 2);
+                return;
+            }
+            rxState = 1;
+            break;
+        case 1:
+            if (rxBuffer.size() < 4)
+                return;
+            frameLength = be16(b + 2);
+            if (frameLength <= 7) {
+                rxBuffer.remove(0, 4);
+                rxState = 0;
+            } else {
+                rxState = 2;
+            }
+            break;
+        case 2: {
+            if (rxBuffer.size() < frameLength)
+                return;
+            const unsigned char fcc = BoxFrame::xorOf(rxBuffer, 2, frameLength - 4);
+            if (fcc != b[frameLength - 3]) {
+                qDebug() << "FCC error";
+                qDebug() << rxBuffer.toHex().toUpper();
+                rxBuffer.remove(0, frameLength);
+                rxState = 0;
+                break;
+            }
+            handleFrame(rxBuffer.left(frameLength));
+            lampOn = !lampOn;
+            updateCommStatus(lampOn);
+            watchdogTimer->start();
+            rxBuffer.remove(0, frameLength);
+            rxState = 0;
+            break;
+        }
+        default:
+            rxState = 0;
+            qDebug() << "rxData default";
+            break;
+        }
+    }
+}
+
+void MainWindow::handleFrame(const QByteArray &frame)
+{
+    switch (static_cast<unsigned char>(frame.at(4))) {
+    case BoxFrame::KindNone:
+        break;
+    case BoxFrame::KindBusData:
+        handleBusData(frame);
+        break;
+    case BoxFrame::KindVersion:
+        handleVersion(frame);
+        break;
+    case BoxFrame::KindFirmwareRequest:
+        upgradeStart();
+        break;
+    default:
+        comm->heart();
+        break;
+    }
+}
+
+void MainWindow::handleBusData(const QByteArray &frame)
+{
+    if (frame.size() < BoxFrame::busDataOffset + BoxFrame::trailerSize) {
+        qDebug() << "bus data frame too short:" << frame.size();
+        return;
+    }
+    const int mode = static_cast<signed char>(frame.at(BoxFrame::modeOffset));
+    const int selected = interpretIndex();
+    if (mode != selected || selected < 0 || selected > 8)
+        return;
+    switch (selected) {
+    case 0:
+        mdb->packageProcess(frame);
+        break;
+    case 1:
+        vsi->packageProcess(frame);
+        break;
+    case 2:
+        vts->packageProcess(frame);
+        break;
+    case 4:
+        iebus->packageProcess(frame);
+        break;
+    default: // 232, Debug, 485, CAN, TTL
+        rs232->packageProcess(frame);
+        break;
+    }
+}
+
+void MainWindow::handleVersion(const QByteArray &frame)
+{
+    const int count = static_cast<signed char>(frame.at(5));
+    const int available = int(frame.size()) - 9; // characters before FCC 0D 0A
+    if (count > available) {
+        qDebug() << "version frame count runs past the frame:" << count << "of" << available;
+        return;
+    }
+    firmwareVersion.clear();
+    for (int i = 0; i < count; ++i)
+        firmwareVersion.append(QChar(static_cast<unsigned char>(frame.at(6 + i))));
+    qDebug() << firmwareVersion;
+    checkForUpdatesFirmware();
+}
+
+void MainWindow::upgradeStart()
+{
+    firmwareDialog->show();
+    beginUpgrade();
+}
+
+bool MainWindow::beginUpgrade()
+{
+    if (!fwUpgrade->openFirmware(QCoreApplication::applicationDirPath() + "/firmware"))
+        return false;
+    comm->boot();
+    fwUpgrade->upgradeRunning = true;
+    fwUpgrade->stallTimer->start();
+    reconnectTimer->start();
+    return true;
+}
+
+// ---- port control ------------------------------------------------------------
+
+bool MainWindow::openPort()
+{
+    const bool ok = settings->serialPort->open(QIODevice::ReadWrite);
+    if (ok) {
+        portErrorSeen = false;
+        lastPortError = QSerialPort::NoError;
+        if (portLostClosed) {
+            // A reopen after a loss: the tool bar goes back to the truth.
+            portLostClosed = false;
+            showPortOpen();
+        }
+    }
+    return ok;
+}
+
+void MainWindow::showPortOpen()
+{
+    ui->actionConnect->setIcon(QIcon(QStringLiteral(":/icon/connect.png")));
+    ui->actionConnect->setText(QStringLiteral("Connect"));
+    ui->actionConfig->setEnabled(false);
+}
+
+void MainWindow::showPortClosed(const QString &text)
+{
+    ui->actionConnect->setIcon(QIcon(QStringLiteral(":/icon/disconnect.png")));
+    ui->actionConnect->setText(text);
+    ui->actionConfig->setEnabled(true);
+}
+
+void MainWindow::portToggle()
+{
+    QSerialPort *port = settings->serialPort;
+    if (port->isOpen()) {
+        port->clear(QSerialPort::AllDirections);
+        port->close();
+        showPortClosed(QStringLiteral("Disconnect"));
+        statusBar()->showMessage(port->portName() + " closed");
+        return;
+    }
+    port->setPortName(settings->comboBoxPort->currentData().toString());
+    portLostClosed = false;
+    if (openPort()) {
+        showPortOpen();
+        statusBar()->showMessage(port->portName() + " openned");
+        comm->modeSet(interpretIndex(), baudIndex());
+    } else {
+        qDebug() << "open port failed";
+        statusBar()->showMessage("open " + port->portName() + " failed");
+    }
+}
+
+bool MainWindow::reopenPort()
+{
+    QSerialPort *port = settings->serialPort;
+    port->close();
+    qDebug() << "port reconnecting:" << port->portName();
+    if (!openPort())
+        return false;
+    qDebug() << "port reconnected:" << port->portName();
+    return true;
+}
+
+void MainWindow::reconnectTick()
+{
+    if (!reopenPort())
+        return;
+    reconnectTimer->stop();
+    if (!fwUpgrade->upgradeRunning)
+        comm->modeSet(interpretIndex(), baudIndex());
+}
+
+void MainWindow::watchdogTimeout()
+{
+    updateCommStatus(false);
+    reopenPort();
+}
+
+void MainWindow::portError(QSerialPort::SerialPortError error)
+{
+    QSerialPort *port = settings->serialPort;
+    // Open failures are reported by whoever tried to open; timeouts are harmless.
+    if (error == QSerialPort::NoError || error == QSerialPort::TimeoutError || !port->isOpen() || portErrorSeen)
+        return;
+    const bool fatal = error == QSerialPort::ResourceError || error == QSerialPort::ReadError;
+    if (!fatal && error != lastPortError) {
+        lastPortError = error; // a single stray error; a repeat counts as a loss
+        return;
+    }
+    portErrorSeen = true;
+    // errorString() may still carry a stale errno here; say what we know.
+    portLost(error == QSerialPort::ResourceError ? QStringLiteral("device removed")
+             : error == QSerialPort::ReadError   ? QStringLiteral("read failed, far side gone")
+                                                 : port->errorString());
+}
+
+void MainWindow::portLost(const QString &reason)
+{
+    const QString name = settings->serialPort->portName();
+    qDebug() << "port lost:" << name << reason;
+    statusBar()->showMessage(name + " lost: " + reason);
+    // Closing from inside the error signal would re-enter the port.
+    QMetaObject::invokeMethod(this, [this] {
+        QSerialPort *port = settings->serialPort;
+        if (!port->isOpen() || !portErrorSeen)
+            return;
+        port->close();
+        portLostClosed = true;
+        showPortClosed(QStringLiteral("Connect"));
+    }, Qt::QueuedConnection);
+}

@@ -1,0 +1,109 @@
+#ifndef MAINWINDOW_H
+#define MAINWINDOW_H
+
+#include <QByteArray>
+#include <QMainWindow>
+#include <QSerialPort>
+#include <QString>
+
+class Comm;
+class Downloader;
+class FWUpgrade;
+class Iebus;
+class MDB;
+class QDialog;
+class QNetworkReply;
+class QLabel;
+class QSettings;
+class QTimer;
+class RS232;
+class Settings;
+class Ui_MainWindow;
+class VSI;
+class VTS;
+namespace Ui {
+class DialogFirmware;
+}
+
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    explicit MainWindow(QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    void updateCommStatus(bool on);
+    void loadSettings();
+    void saveSettings();
+
+    MDB *mdb;
+    RS232 *rs232;
+    Iebus *iebus = nullptr;
+    VSI *vsi;
+    VTS *vts;
+    Comm *comm;
+    Settings *settings;
+    Ui_MainWindow *ui;
+    QByteArray rxBuffer;
+    int rxState = 0;
+    int frameLength = 0;
+    bool interpret = true;
+    bool lampOn = false;
+    QString firmwareVersion;
+    QLabel *lampLabel = nullptr;
+    QSettings *settingsFile = nullptr;
+    QLabel *modeLabel = nullptr;
+    QTimer *watchdogTimer = nullptr;
+    Ui::DialogFirmware *firmwareUi;
+    QDialog *firmwareDialog;
+    Downloader *downloader = nullptr;
+    FWUpgrade *fwUpgrade = nullptr;
+    QTimer *reconnectTimer = nullptr;
+    bool firmwareCheckPending = true;
+    QString logPath;
+
+    // Base URL of the update server: the build's default, or "updateServer"
+    // from settings.ini (read at load, never written back).
+    QString updateServer;
+
+public slots:
+    void portToggle();
+    void readData();
+    void settingAccepted();
+    void saveTextBrowserToFile();
+    void checkForUpdates();
+    void checkForUpdatesFirmware();
+    void loadFileToTextBrowser();
+
+private:
+    void handleFrame(const QByteArray &frame);
+    void handleBusData(const QByteArray &frame);
+    void handleVersion(const QByteArray &frame);
+    void upgradeStart();
+    bool beginUpgrade();
+    void toggleInterpret();
+    void setInterpret(bool on);
+    void showAbout();
+    void reconnectTick();
+    void watchdogTimeout();
+    bool reopenPort();
+    bool openPort();
+    void showPortOpen();
+    void showPortClosed(const QString &text);
+    void portError(QSerialPort::SerialPortError error);
+    void portLost(const QString &reason);
+    void downloadProgress(const QString &fileName, qint64 received, qint64 total);
+    void downloadAllFinished();
+    void firmwareReply(QNetworkReply *reply);
+    void applicationReply(QNetworkReply *reply);
+    int interpretIndex() const;
+    int baudIndex() const;
+
+    // Port errors are handled once per open; a pulled adapter repeats them
+    // hundreds of thousands of times a second.
+    bool portErrorSeen = false;
+    bool portLostClosed = false;
+    QSerialPort::SerialPortError lastPortError = QSerialPort::NoError;
+};
+
+#endif // MAINWINDOW_H

@@ -1,0 +1,208 @@
+#include "testsupport.h"
+
+#include "app/mainwindow.h"
+#include "link/frame.h"
+#include "settings/settings.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QMutex>
+#include <QSettings>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
+Pty::Pty()
+{
+    char name[256] = {};
+    if (openpty(&master, &slave, name, nullptr, nullptr) != 0)
+        qFatal("openpty failed");
+    termios t{};
+    tcgetattr(slave, &t);
+    cfmakeraw(&t);
+    tcsetattr(slave, TCSANOW, &t);
+    fcntl(master, F_SETFL, fcntl(master, F_GETFL) | O_NONBLOCK);
+    path = QString::fromLocal8Bit(name);
+}
+
+Pty::~Pty()
+{
+    closeMaster();
+    if (slave >= 0)
+        ::close(slave);
+}
+
+void Pty::closeMaster()
+{
+    if (master >= 0)
+        ::close(master);
+    master = -1;
+    // Our own slave handle would keep the device alive after the master goes.
+    if (slave >= 0)
+        ::close(slave);
+    slave = -1;
+}
+
+void Pty::write(const QByteArray &bytes)
+{
+    const char *p = bytes.constData();
+    qsizetype left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(master, p, size_t(left));
+        if (n < 0) {
+            if (errno == EAGAIN) {
+                QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+                continue;
+            }
+            qWarning("pty write failed: %d", errno);
+            return;
+        }
+        p += n;
+        left -= n;
+    }
+}
+
+QByteArray Pty::read()
+{
+    QByteArray out;
+    char buf[4096];
+    for (;;) {
+        const ssize_t n = ::read(master, buf, sizeof buf);
+        if (n <= 0)
+            break;
+        out.append(buf, n);
+    }
+    return out;
+}
+
+QByteArray Pty::readAtLeast(int n, int timeoutMs)
+{
+    QByteArray out;
+    waitUntil([&] {
+        out += read();
+        return out.size() >= n;
+    }, timeoutMs);
+    return out;
+}
+
+bool waitUntil(const std::function<bool()> &pred, int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!pred()) {
+        if (timer.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QTest::qWait(2);
+    }
+    return true;
+}
+
+QString settingsIniPath()
+{
+    return QCoreApplication::applicationDirPath() + "/settings.ini";
+}
+
+void removeSettingsIni()
+{
+    QFile::remove(settingsIniPath());
+}
+
+void writeSettingsIni(const QVariantMap &values)
+{
+    removeSettingsIni();
+    QSettings ini(settingsIniPath(), QSettings::IniFormat);
+    ini.setValue("Update", false);
+    ini.setValue("updateServer", "http://127.0.0.1:9");
+    for (auto it = values.begin(); it != values.end(); ++it)
+        ini.setValue(it.key(), it.value());
+}
+
+QByteArray busFrame(quint32 startTick, quint32 endTick, int direction, int mode, const QByteArray &bus)
+{
+    QByteArray body;
+    for (quint32 tick : {startTick, endTick})
+        for (int shift = 24; shift >= 0; shift -= 8)
+            body.append(char((tick >> shift) & 0xFF));
+    body.append(char(direction));
+    body.append(char(mode));
+    body.append(bus);
+    return BoxFrame::build(BoxFrame::KindBusData, body);
+}
+
+QByteArray versionFrame(const QByteArray &text)
+{
+    return BoxFrame::build(BoxFrame::KindVersion, char(text.size()) + text);
+}
+
+QByteArray hexBytes(const char *hex)
+{
+    return QByteArray::fromHex(QByteArray(hex));
+}
+
+namespace {
+QMutex logMutex;
+QStringList logLines;
+int logUsers = 0;
+QtMessageHandler previousHandler = nullptr;
+
+void collect(QtMsgType type, const QMessageLogContext &ctx, const QString &msg)
+{
+    {
+        QMutexLocker lock(&logMutex);
+        logLines << msg;
+    }
+    if (type >= QtWarningMsg && previousHandler)
+        previousHandler(type, ctx, msg);
+}
+} // namespace
+
+MessageLog::MessageLog()
+{
+    QMutexLocker lock(&logMutex);
+    logLines.clear();
+    if (logUsers++ == 0)
+        previousHandler = qInstallMessageHandler(collect);
+}
+
+MessageLog::~MessageLog()
+{
+    QMutexLocker lock(&logMutex);
+    if (--logUsers == 0)
+        qInstallMessageHandler(previousHandler);
+}
+
+QStringList MessageLog::messages() const
+{
+    QMutexLocker lock(&logMutex);
+    return logLines;
+}
+
+bool MessageLog::contains(const QString &text) const
+{
+    return count(text) > 0;
+}
+
+int MessageLog::count(const QString &text) const
+{
+    QMutexLocker lock(&logMutex);
+    int n = 0;
+    for (const QString &line : logLines)
+        n += line.contains(text) ? 1 : 0;
+    return n;
+}
+
+void MessageLog::clear()
+{
+    QMutexLocker lock(&logMutex);
+    logLines.clear();
+}
+
+void connectTo(MainWindow &w, const QString &path)
+{
+    w.settings->addPortPath(path);
+    w.portToggle();
+}

@@ -1,0 +1,68 @@
+#ifndef TESTSUPPORT_H
+#define TESTSUPPORT_H
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QStringList>
+#include <QVariantMap>
+#include <QtTest>
+
+#include <functional>
+
+class MainWindow;
+
+// The far side of the serial link: a real pseudo-terminal pair. The window
+// opens the slave path; the test reads and writes the master.
+class Pty
+{
+public:
+    Pty();
+    ~Pty();
+    Pty(const Pty &) = delete;
+    Pty &operator=(const Pty &) = delete;
+
+    QString slavePath() const { return path; }
+    void write(const QByteArray &bytes);
+    // Everything the program sent so far (non-blocking).
+    QByteArray read();
+    // Waits, running the event loop, until at least n bytes came back.
+    QByteArray readAtLeast(int n, int timeoutMs = 3000);
+    void closeMaster();
+    int masterFd() const { return master; }
+
+private:
+    int master = -1;
+    int slave = -1;
+    QString path;
+};
+
+// Runs the event loop until pred holds or the time is up.
+bool waitUntil(const std::function<bool()> &pred, int timeoutMs = 3000);
+
+// Writes settings.ini beside the test executable. Unless the caller says
+// otherwise the update check is off, so no test ever looks up the real server.
+void writeSettingsIni(const QVariantMap &values = {});
+void removeSettingsIni();
+QString settingsIniPath();
+
+// A bus-data frame as the box sends it.
+QByteArray busFrame(quint32 startTick, quint32 endTick, int direction, int mode, const QByteArray &bus);
+QByteArray versionFrame(const QByteArray &text);
+QByteArray hexBytes(const char *hex);
+
+// Collects Qt's debug and warning output while it lives.
+class MessageLog
+{
+public:
+    MessageLog();
+    ~MessageLog();
+    QStringList messages() const;
+    bool contains(const QString &text) const;
+    int count(const QString &text) const;
+    void clear();
+};
+
+// Opens the window's port on the given path through the port combo box.
+void connectTo(MainWindow &w, const QString &path);
+
+#endif // TESTSUPPORT_H
