@@ -1,11 +1,196 @@
 #include "protocols/iebus.h"
 
+#include "app/mainwindow.h"
+#include "link/frame.h"
+#include "mdb/mdb.h"
+#include "protocols/bustransfer.h"
+#include "settings/settings.h"
+#include "ui_mainwindow.h"
+#include "ui_settings.h"
+
+#include <QCheckBox>
+#include <QDebug>
+#include <QTextBrowser>
+
+namespace {
+
+// The two address bytes in front of the payload are the box's own.
+constexpr int payloadOffset = BoxFrame::busDataOffset + 2;
+
+// Record layout: broadcast bit, master address, slave address, control,
+// length, then the data bytes, the first of which names the message.
+constexpr int broadcastByte = 0;
+constexpr int masterOffset = 1;
+constexpr int slaveOffset = 3;
+constexpr int kindByte = 7;
+
+constexpr quint16 unitAddress = 0x800;
+constexpr quint16 remoteAddress = 0x901;
+constexpr quint16 amountAddress = 0x932;
+constexpr quint16 buttonFirst = 0x880;
+constexpr quint16 buttonLast = 0x8BF;
+
+struct Message
+{
+    unsigned char kind;
+    const char *text;
+};
+
+constexpr Message individualMessages[] = {
+    {0xC0, "<br>%1Segment display data setting"},
+    {0xC1, "<br>%1Display request control"},
+    {0x81, "<br>%1Serial number registration requirement"},
+};
+
+constexpr Message broadcastMessages[] = {
+    {0x01, "<br>%1Serial number registration started"},
+    {0x10, "<br>%1Serial number registration canceled"},
+    {0x50, "<br>%1LED simultaneous ON/OFF indication"},
+    {0xC8, "<br>%1Display request control"},
+    {0xC9, "<br>%1Batch display request control"},
+    {0xCB, "<br>%1Hot and cold batch display control"},
+};
+
+template <size_t N>
+const char *messageText(const Message (&table)[N], unsigned char kind)
+{
+    for (const Message &m : table)
+        if (m.kind == kind)
+            return m.text;
+    return nullptr;
+}
+
+// A record may stop short of any field: a missing field counts as absent.
+struct Address
+{
+    bool present = false;
+    quint16 value = 0;
+};
+
+Address addressAt(const QByteArray &record, int offset)
+{
+    Address a;
+    if (record.size() >= offset + 2) {
+        a.present = true;
+        a.value = be16(reinterpret_cast<const unsigned char *>(record.constData()) + offset);
+    }
+    return a;
+}
+
+bool is(const Address &a, quint16 value)
+{
+    return a.present && a.value == value;
+}
+
+bool isButton(const Address &a)
+{
+    return a.present && a.value >= buttonFirst && a.value <= buttonLast;
+}
+
+// The unit at 0x800 and the given address talk, in either direction.
+bool between(const Address &a, const Address &b, quint16 other)
+{
+    return (is(a, unitAddress) && is(b, other)) || (is(b, unitAddress) && is(a, other));
+}
+
+bool filteredOut(const QByteArray &record, const Iebus::Filters &filters)
+{
+    const Address master = addressAt(record, masterOffset);
+    const Address slave = addressAt(record, slaveOffset);
+    if (!filters.button
+        && ((is(master, unitAddress) && isButton(slave)) || (is(slave, unitAddress) && isButton(master))))
+        return true;
+    if (!filters.remote && between(master, slave, remoteAddress))
+        return true;
+    if (!filters.amount && between(master, slave, amountAddress))
+        return true;
+    return false;
+}
+
+// Last byte is the 8-bit sum of the others.
+bool checksumOk(const QByteArray &payload)
+{
+    if (payload.size() < 2)
+        return false;
+    unsigned char sum = 0;
+    for (int i = 0; i < payload.size() - 1; ++i)
+        sum += static_cast<unsigned char>(payload.at(i));
+    return sum == static_cast<unsigned char>(payload.back());
+}
+
+} // namespace
+
 Iebus::Iebus(QObject *parent, MainWindow *mainWindow)
     : QObject(parent), mainWindow(mainWindow)
 {
 }
 
+QString Iebus::colorOf(const QByteArray &record)
+{
+    return is(addressAt(record, masterOffset), unitAddress) ? QStringLiteral("black")
+                                                            : QStringLiteral("green");
+}
+
+QString Iebus::describe(const QByteArray &record)
+{
+    const QString indent = QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;");
+    const bool broadcast = !record.isEmpty() && record.at(broadcastByte) == 0;
+    QString text = QString::fromLatin1(broadcast ? "%1broadcast" : "%1individual").arg(indent);
+    if (record.size() > kindByte) {
+        const auto kind = static_cast<unsigned char>(record.at(kindByte));
+        const char *more = broadcast ? messageText(broadcastMessages, kind)
+                                     : messageText(individualMessages, kind);
+        if (more)
+            text += QString::fromLatin1(more).arg(indent);
+    }
+    return text;
+}
+
+QString Iebus::interpretor(const QByteArray &record)
+{
+    color = colorOf(record);
+    return mainWindow->interpret ? describe(record) : QString();
+}
+
+QString Iebus::line(const QByteArray &frame, quint32 lastTickEnd, const Filters &filters,
+                    bool interpret, QString *color)
+{
+    BusTransfer t;
+    if (!readTransfer(frame, payloadOffset, &t))
+        return QString();
+    const QString gap = tickGap(t.startTick, lastTickEnd);
+    if (!checksumOk(t.bytes))
+        return QStringLiteral("<span style='color: red;'>%1 : %2</span>").arg(gap, hexStringGenerate(t.bytes));
+
+    const QByteArray record = t.bytes.left(t.bytes.size() - 1);
+    if (filteredOut(record, filters))
+        return QString();
+    const QString hex = hexStringGenerate(record);
+    QString text;
+    if (interpret) {
+        *color = colorOf(record);
+        text = describe(record);
+    }
+    if (!text.isEmpty())
+        return QStringLiteral("<span style='color: %4;'>%1 : %2<br>%3</span>").arg(gap).arg(hex).arg(text).arg(*color);
+    return QStringLiteral("<span style='color: %4;'>%1 : %2</span>").arg(gap).arg(hex).arg(*color);
+}
+
 void Iebus::packageProcess(const QByteArray &frame)
 {
-    Q_UNUSED(frame);
+    static quint32 lastTickEnd = 0;
+    if (!holdsTransfer(frame)) {
+        qDebug() << "IEBus frame too short for a transfer:" << frame.size();
+        return;
+    }
+    const auto *ui = mainWindow->settings->ui;
+    Filters filters;
+    filters.remote = ui->checkBoxRemote->isChecked();
+    filters.button = ui->checkBoxButton->isChecked();
+    filters.amount = ui->checkBoxAmount->isChecked();
+    const QString shown = line(frame, lastTickEnd, filters, mainWindow->interpret, &color);
+    if (shown.isNull())
+        return;
+    mainWindow->ui->textBrowserParsed->append(shown);
+    lastTickEnd = be32(frame, BoxFrame::endTickOffset);
 }

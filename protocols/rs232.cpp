@@ -1,5 +1,7 @@
 #include "protocols/rs232.h"
 
+#include "protocols/bustransfer.h"
+
 RS232::RS232(MainWindow *mainWindow)
     : QObject(nullptr), mainWindow(mainWindow)
 {
@@ -7,5 +9,6 @@ RS232::RS232(MainWindow *mainWindow)
 
 void RS232::packageProcess(const QByteArray &frame)
 {
-    Q_UNUSED(frame);
+    static quint32 lastTickEnd = 0;
+    showPlainLine(mainWindow, frame, lastTickEnd);
 }

@@ -6,6 +6,8 @@
 
 class MainWindow;
 
+// The plain serial modes: "232", "Debug", "485", "CAN" and "TTL" all show
+// their transfers the same way, as plainLine draws them.
 class RS232 : public QObject
 {
     Q_OBJECT

@@ -11,7 +11,13 @@ class VTS : public QObject
 public:
     explicit VTS(QObject *parent = nullptr);
 
+    // Stores the line in translation and signals it; the main window shows it.
     void packageProcess(const QByteArray &frame);
+
+    // The line of a master (0) or slave (1) transfer, with its first byte
+    // marked when it is the first after a sync point; a null string for any
+    // other direction or a frame too short to hold a transfer.
+    static QString line(const QByteArray &frame, quint32 lastTickEnd, bool afterSync);
 
     QString translation;
 
