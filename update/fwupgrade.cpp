@@ -2,6 +2,7 @@
 #include "ui_dialogfirmware.h"
 
 #include "link/frame.h"
+#include "mdb/mdb.h"
 
 #include <QDebug>
 #include <QDir>
@@ -353,6 +354,6 @@ void FWUpgrade::responseTimeout()
     if (lastPacket.size() >= 3)
         number = be16(reinterpret_cast<const unsigned char *>(lastPacket.constData()) + 1);
     else
-        qDebug() << "resent answer carries no sequence number:" << lastPacket.toHex(' ').toUpper();
+        qDebug().noquote() << "resent answer carries no sequence number:" << hexStringGenerate(lastPacket);
     ui->labelStatus->setText(QString("Response Timeout %1 sequence %2").arg(retryCount).arg(number));
 }
