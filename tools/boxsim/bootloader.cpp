@@ -297,8 +297,10 @@ void BootLoader::leave(bool ok)
     const int taken = expected > 0 ? expected - 1 : 0;
     logText = QString("boot log: %1 of %2 packets taken").arg(taken).arg(total).toUtf8();
     later([this] {
-        emit send(QByteArray(1, char(0x08)) + textFrame(logText));
-        giveUp->start(logWaitMs);
+        QTimer::singleShot(logPauseMs, this, [this] {
+            emit send(QByteArray(1, char(0x08)) + textFrame(logText));
+            giveUp->start(logWaitMs);
+        });
     });
 }
 

@@ -46,6 +46,9 @@ public:
     static constexpr int silentGiveUpMs = 3500;
     // Without a word from the program for this long, the box gives up.
     static constexpr int idleGiveUpMs = 30000;
+    // The program drops whatever arrives together with a packet answer, so
+    // the log follows the last answer after a pause.
+    static constexpr int logPauseMs = 100;
     // How long the log waits for its answer and echo.
     static constexpr int logWaitMs = 500;
 
