@@ -1,7 +1,53 @@
 #include "mdb/mdb.h"
 
 #include "app/mainwindow.h"
+#include "link/frame.h"
+#include "mdb/bill.h"
+#include "mdb/card.h"
+#include "mdb/coin.h"
+#include "mdb/mdbtext.h"
+#include "settings/settings.h"
 #include "ui_mainwindow.h"
+#include "ui_settings.h"
+
+#include <QCheckBox>
+#include <QTextBrowser>
+
+namespace {
+
+constexpr unsigned char coinCommandBytes[] = {0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0F};
+constexpr unsigned char coinExpansionBytes[] = {0x00, 0x01, 0x05};
+constexpr unsigned char billCommandBytes[] = {0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x36, 0x37};
+constexpr unsigned char cashless1Bytes[] = {0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x17};
+constexpr unsigned char cashless2Bytes[] = {0x60, 0x61, 0x62, 0x63, 0x64, 0x65, 0x67};
+
+template <std::size_t N>
+QSet<unsigned char> setOf(const unsigned char (&bytes)[N])
+{
+    return QSet<unsigned char>(std::begin(bytes), std::end(bytes));
+}
+
+// The POLLs of the coin changer, cashless device 1, bill validator and
+// cashless device 2.
+bool isPoll(int b)
+{
+    return b == 0x0B || b == 0x12 || b == 0x33 || b == 0x62;
+}
+
+const QString fccErr = QStringLiteral("<span style='color: red;'>FCC err </span>");
+
+// The last byte of a message is the 8-bit sum of the others.
+bool checksumOk(const unsigned char *d, int n)
+{
+    if (n < 2)
+        return false;
+    unsigned char sum = 0;
+    for (int i = 0; i < n - 1; ++i)
+        sum = static_cast<unsigned char>(sum + d[i]);
+    return sum == d[n - 1];
+}
+
+} // namespace
 
 QString hexStringGenerate(const QByteArray &data)
 {
@@ -19,11 +65,241 @@ QString hexStringGenerate(const QByteArray &data)
 }
 
 MDB::MDB(MainWindow *mainWindow)
-    : QObject(nullptr), mainWindow(mainWindow)
+    : QObject(nullptr),
+      mainWindow(mainWindow),
+      coinCommands(setOf(coinCommandBytes)),
+      coinExpansionSubcommands(setOf(coinExpansionBytes)),
+      billCommands(setOf(billCommandBytes)),
+      cashless1Commands(setOf(cashless1Bytes)),
+      cashless2Commands(setOf(cashless2Bytes)),
+      color(QStringLiteral("black"))
 {
 }
 
 void MDB::packageProcess(const QByteArray &frame)
 {
-    Q_UNUSED(frame);
+    static quint32 lastTickEnd = 0;
+    static int lastCmd = 8888;
+
+    const auto *form = mainWindow->settings->ui;
+    Filters filters;
+    filters.poll = form->checkBoxPoll->isChecked();
+    filters.coin = form->checkBoxCoin->isChecked();
+    filters.bill = form->checkBoxBill->isChecked();
+    filters.card = form->checkBoxCard->isChecked();
+
+    const QString line = renderLine(frame, filters, mainWindow->interpret, lastTickEnd, lastCmd);
+    if (!line.isNull())
+        mainWindow->ui->textBrowserParsed->append(line);
+}
+
+bool MDB::hidden(const QByteArray &data, const Filters &filters, int lastCmd)
+{
+    const int n = int(data.size());
+    const int first = n > 0 ? static_cast<unsigned char>(data.at(0)) : -1;
+    if (!filters.poll && ((n == 2 && isPoll(first)) || (n == 1 && first == 0x00 && isPoll(lastCmd))))
+        return true;
+    if (!filters.bill && n == 2 && first == 0x30)
+        return true;
+    if (!filters.coin && n == 2 && first == 0x08)
+        return true;
+    if (!filters.card && n == 2 && (first == 0x10 || first == 0x60))
+        return true;
+    return false;
+}
+
+QString MDB::renderLine(const QByteArray &frame, const Filters &filters, bool interpretOn,
+                        quint32 &lastTickEnd, int &lastCmd)
+{
+    const int payloadSize = int(frame.size()) - BoxFrame::busDataOffset - BoxFrame::trailerSize;
+    if (payloadSize < 0)
+        return QString();
+
+    // Data bytes at even offsets, mode bits at odd ones; an odd trailing
+    // byte is a data byte whose mode bit is clear.
+    const char *payload = frame.constData() + BoxFrame::busDataOffset;
+    const int n = (payloadSize + 1) / 2;
+    QByteArray data(n, Qt::Uninitialized);
+    QByteArray modeBits(n, '\0');
+    for (int i = 0; i < n; ++i) {
+        data[i] = payload[2 * i];
+        if (2 * i + 1 < payloadSize)
+            modeBits[i] = payload[2 * i + 1];
+    }
+    const quint32 startTick = be32(frame, BoxFrame::startTickOffset);
+    const quint32 endTick = be32(frame, BoxFrame::endTickOffset);
+
+    // The tick counter wraps: the gap is taken modulo 2^32, then signed.
+    gap = static_cast<qint32>(startTick - lastTickEnd);
+
+    QString line;
+    if (!hidden(data, filters, lastCmd)) {
+        const QString direction = frame.at(BoxFrame::directionOffset) == 0 ? QStringLiteral("M->")
+                                                                           : QStringLiteral("S->");
+        const QString hex = hexStringGenerate(data);
+        const QString text = explain(modeBits, data, interpretOn);
+        // One arg call per placeholder, lowest first: a "%n" inside decoded
+        // text takes a later value, and saved logs rely on that rendering.
+        if (!text.isEmpty())
+            line = QStringLiteral("<span style='color: %4;'>%1 : %6 %2<br>%5%3</span>")
+                       .arg(gapText(gap))
+                       .arg(hex)
+                       .arg(text)
+                       .arg(color)
+                       .arg(MdbText::fieldIndent)
+                       .arg(direction);
+        else
+            line = QStringLiteral("<span style='color: %4;'>%1 : %3 %2</span>")
+                       .arg(gapText(gap))
+                       .arg(hex)
+                       .arg(direction)
+                       .arg(color);
+    }
+
+    // Hidden frames move these on too, so the next gap counts from them.
+    lastTickEnd = endTick;
+    lastCmd = n > 0 ? static_cast<signed char>(data.at(0)) : 0;
+    return line;
+}
+
+QString MDB::interpretor(const QByteArray &modeBits, const QByteArray &data)
+{
+    return explain(modeBits, data, mainWindow ? mainWindow->interpret : true);
+}
+
+QString MDB::explain(const QByteArray &modeBits, const QByteArray &data, bool interpretOn)
+{
+    const int n = int(qMin(data.size(), modeBits.size()));
+    const auto *d = reinterpret_cast<const unsigned char *>(data.constData());
+    const auto modeBit = [&](int i) { return modeBits.at(i) == 1; };
+    const auto lateCheck = [this] {
+        if (gap > 5)
+            color = QStringLiteral("red");
+    };
+
+    // An empty message: nothing to classify, no state changes.
+    if (n == 0)
+        return interpretOn ? QStringLiteral("Length error") : QString();
+
+    QString text;
+    if (modeBit(0)) {
+        // The VMC marks its command byte; a peripheral marks its lone ACK.
+        const unsigned char c = d[0];
+        const char *deviceColor = coinCommands.contains(c)       ? "green"
+                                  : billCommands.contains(c)      ? "blue"
+                                  : cashless1Commands.contains(c) ? "brown"
+                                  : cashless2Commands.contains(c) ? "magenta"
+                                                                  : nullptr;
+        if (deviceColor) {
+            lastCommand = c;
+            color = QLatin1String(deviceColor);
+            if (!checksumOk(d, n))
+                text += fccErr;
+            text += commandText(d, n);
+        } else if (n != 1) {
+            lastCommand = 0;
+            color = QStringLiteral("red");
+            text += QStringLiteral("unknow command 0x%1").arg(MdbText::hex2(c));
+        } else if (c == 0x00) {
+            text += QStringLiteral("Peripheral ACK");
+            lateCheck();
+        } else {
+            return QString();
+        }
+    } else if (modeBit(n - 1)) {
+        // A peripheral marks the last byte of its reply.
+        if (!checksumOk(d, n))
+            text += fccErr;
+        text += replyText(data.left(n));
+        lateCheck();
+    } else {
+        // Nothing marked: the VMC's acknowledgements.
+        if (n == 1 && d[0] == 0x00)
+            text += QStringLiteral("VMC ACK");
+        else if (n == 1 && d[0] == 0xFF)
+            text += QStringLiteral("VMC NAK");
+        else if (n == 1 && d[0] == 0xAA)
+            text += QStringLiteral("VMC RET");
+        else {
+            color = QStringLiteral("red");
+            text += QStringLiteral("unknow data 0x%1").arg(MdbText::hex2(d[0]));
+        }
+        lateCheck();
+    }
+    return interpretOn ? text : QString();
+}
+
+// Text of a recognised command byte d[0]; VMC
+// command decoders get the bytes between command and checksum.
+QString MDB::commandText(const unsigned char *d, int n)
+{
+    const unsigned char *args = d + 1;
+    const int count = n - 2;
+    switch (d[0]) {
+    case 0x08: case 0x30: case 0x10: case 0x60:
+        return QStringLiteral("RESET");
+    case 0x09: case 0x31:
+        return QStringLiteral("SETUP");
+    case 0x0A:
+        return QStringLiteral("TUBE STATUS");
+    case 0x0B: case 0x33: case 0x12:
+        return QStringLiteral("POLL");
+    case 0x0C:
+        return Coin::coinType(d, n);
+    case 0x0D:
+        return QStringLiteral("DISPENSE");
+    case 0x0F:
+        // Without a sub-command byte nothing is decoded after it.
+        lastSubcommand = n > 1 ? d[1] : 0xFF;
+        if (n > 1 && !coinExpansionSubcommands.contains(d[1]))
+            color = QStringLiteral("red");
+        return Coin::expansion(d, n);
+    case 0x32:
+        return Bill::security(args, count);
+    case 0x34:
+        return Bill::billType(args, count);
+    case 0x35:
+        return Bill::escrow(args, count);
+    case 0x11:
+        return Card::setup(args, count);
+    case 0x13:
+        return Card::vend(args, count);
+    case 0x17:
+        return Card::expansion(args, count);
+    default: // 0x36, 0x37, 0x14, 0x15, 0x61 to 0x65, 0x67
+        return QString();
+    }
+}
+
+// Replies carry no address: they are decoded by the last recognised command.
+// Reply decoders get the reply without its checksum, the coin changer's the
+// whole data array.
+QString MDB::replyText(const QByteArray &data)
+{
+    const int n = int(data.size());
+    const auto *d = reinterpret_cast<const unsigned char *>(data.constData());
+    switch (lastCommand) {
+    case 0x09:
+        return Coin::setupReply(d, n);
+    case 0x0A:
+        return Coin::tubeStatus(d, n);
+    case 0x0B:
+        return n == 2 && d[0] == 0x0B ? QStringLiteral("JUST RESET") : QString();
+    case 0x0F:
+        if (lastSubcommand == 0x00)
+            return Coin::identification(d, n);
+        if (lastSubcommand == 0x05)
+            return Coin::changerDiagnosticStatus(data);
+        return QString();
+    case 0x12:
+        return Card::poll(d, n - 1);
+    case 0x31:
+        return Bill::setup(d, n - 1);
+    case 0x33:
+        return Bill::poll(d, n - 1);
+    case 0x36:
+        return Bill::stacker(d, n - 1);
+    default:
+        return QString();
+    }
 }
