@@ -31,7 +31,7 @@ static QByteArray image()
 }
 
 // Writes the INI/DAT pair where the program looks for it.
-static void writeFirmware()
+static void writeFirmware(bool sizeInIni = true)
 {
     const QString dir = QCoreApplication::applicationDirPath() + "/firmware";
     QDir(dir).removeRecursively();
@@ -39,8 +39,8 @@ static void writeFirmware()
     QFile ini(dir + "/INI_2.0.1.bin");
     QFile dat(dir + "/DAT_2.0.1.bin");
     QVERIFY(ini.open(QIODevice::WriteOnly) && dat.open(QIODevice::WriteOnly));
-    // UP, chunk 768, 4 packets, image size 3000, version 2.0.1
-    ini.write(hexBytes("555000000300000400000BB8") + QByteArray("2.0.1", 6));
+    // UP, chunk 768, 4 packets, image size 3000 (for the boot loader only), version 2.0.1
+    ini.write(hexBytes(sizeInIni ? "555000000300000400000BB8" : "555000000300000400000000") + QByteArray("2.0.1", 6));
     dat.write(image());
 }
 
@@ -112,13 +112,18 @@ void TestFwUpgradeE2e::upgrade_data()
     QTest::addColumn<bool>("sendLog");
     QTest::addColumn<QString>("label");
     QTest::addColumn<int>("imageBytes");
-    QTest::newRow("whole image flashed, then back to monitoring") << -1 << -1 << 0 << false << "Upgrade end" << 3000;
-    QTest::newRow("late answers still flash the image") << -1 << -1 << 150 << false << "Upgrade end" << 3000;
-    QTest::newRow("rejected packet stops the upgrade") << -1 << 2 << 0 << false << "Upgrade was rejected" << 768;
+    QTest::addColumn<bool>("sizeInIni");
+    QTest::newRow("whole image flashed, then back to monitoring")
+        << -1 << -1 << 0 << false << "Upgrade end" << 3000 << true;
+    QTest::newRow("without the image size the boot loader finds the last packet by its CRC")
+        << -1 << -1 << 0 << false << "Upgrade end" << 3000 << false;
+    QTest::newRow("late answers still flash the image") << -1 << -1 << 150 << false << "Upgrade end" << 3000 << true;
+    QTest::newRow("rejected packet stops the upgrade")
+        << -1 << 2 << 0 << false << "Upgrade was rejected" << 768 << true;
     QTest::newRow("the box's log after a rejection is shown")
-        << -1 << 2 << 0 << true << "boot log: 1 of 4 packets taken" << 768;
+        << -1 << 2 << 0 << true << "boot log: 1 of 4 packets taken" << 768 << true;
     QTest::newRow("silent boot loader: three resends, then the receiver takes over")
-        << 3 << -1 << 0 << false << "Response Timeout 3 sequence 3" << 1536;
+        << 3 << -1 << 0 << false << "Response Timeout 3 sequence 3" << 1536 << true;
 }
 
 void TestFwUpgradeE2e::upgrade()
@@ -129,6 +134,8 @@ void TestFwUpgradeE2e::upgrade()
     QFETCH(bool, sendLog);
     QFETCH(QString, label);
     QFETCH(int, imageBytes);
+    QFETCH(bool, sizeInIni);
+    writeFirmware(sizeInIni);
     const bool ok = label == "Upgrade end";
 
     QTemporaryDir out;
