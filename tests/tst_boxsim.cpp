@@ -13,6 +13,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSerialPort>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTextBrowser>
 
@@ -158,6 +159,7 @@ private slots:
     void versionAndFirmwareRequestOnce();
     void bootStopsTheBusReports();
     void linkFollowsTheDevice();
+    void demoSettingsSelectThePort();
     void windowKeepsTheConnection();
     void silenceTripsTheWatchdog();
     void noiseIsSurvived();
@@ -334,6 +336,30 @@ void TestBoxSim::linkFollowsTheDevice()
     QVERIFY(p.waitForFinished(10000));
     QCOMPARE(p.exitCode(), 2);
     QVERIFY(QString::fromLocal8Bit(p.readAllStandardError()).contains("is not a symbolic link"));
+}
+
+void TestBoxSim::demoSettingsSelectThePort()
+{
+    // The demo's way in: the simulator writes the settings, the user only
+    // clicks Connect.
+    QTemporaryDir dir;
+    const QString link = dir.filePath("box");
+    QSettings old(settingsIniPath(), QSettings::IniFormat);
+    old.setValue("Update", true);
+    old.setValue("mode", 0);
+    old.sync();
+    Sim sim({"--link", link, "--demo-settings", settingsIniPath()});
+    QSettings ini(settingsIniPath(), QSettings::IniFormat);
+    QCOMPARE(ini.value("serial/portName").toString(), link);
+    QCOMPARE(ini.value("Update").toBool(), false);
+    QCOMPARE(ini.value("updateServer").toString(), QString("http://127.0.0.1:9"));
+    QCOMPARE(ini.value("mode").toInt(), 0); // the user's other settings stay
+
+    MainWindow w;
+    w.portToggle();
+    QVERIFY(w.settings->serialPort->isOpen());
+    QCOMPARE(w.settings->serialPort->portName(), link);
+    QVERIFY(waitUntil([&] { return w.firmwareVersion == "XYZ_1.0.0"; }));
 }
 
 void TestBoxSim::windowKeepsTheConnection()

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QSettings>
 #include <QSocketNotifier>
 #include <QTimer>
 
@@ -59,6 +60,22 @@ bool readInt(const QCommandLineParser &p, const QString &name, qint64 low, qint6
     return true;
 }
 
+// The port and, since a simulated box reports a made-up version, an update
+// check that can reach nothing but this machine.
+bool writeDemoSettings(const QString &file, const QString &port, QString &error)
+{
+    QSettings ini(file, QSettings::IniFormat);
+    ini.setValue("serial/portName", port);
+    ini.setValue("Update", false);
+    ini.setValue("updateServer", "http://127.0.0.1:9");
+    ini.sync();
+    if (ini.status() != QSettings::NoError) {
+        error = QStringLiteral("--demo-settings %1: cannot write it").arg(file);
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -84,6 +101,7 @@ int main(int argc, char *argv[])
         {"check", "Only read the scenarios (the given one or all shipped ones) and report errors."},
         {"exit-after", "Quit after <s> seconds.", "s"},
         {"verbose", "Report the commands received on standard error."},
+        {"demo-settings", "Select this box's port in the Vendscope settings file <ini>, with the update check off.", "ini"},
         {"image-out", "Boot loader: write the received firmware image to <file>.", "file"},
         {"boot-silent-at", "Boot loader: stop answering at packet <n>.", "n"},
         {"boot-reject-at", "Boot loader: reject packet <n>.", "n"},
@@ -143,6 +161,12 @@ int main(int argc, char *argv[])
             return fail(QStringLiteral("--link %1: exists and is not a symbolic link").arg(link));
         if (!QFile::link(box.devicePath(), link))
             return fail(QStringLiteral("--link %1: cannot create the link").arg(link));
+    }
+
+    if (p.isSet("demo-settings") && !writeDemoSettings(p.value("demo-settings"), link.isEmpty() ? box.devicePath() : link, error)) {
+        if (!link.isEmpty())
+            QFile::remove(link);
+        return fail(error);
     }
 
     printf("%s\n", qPrintable(box.devicePath()));
