@@ -12,6 +12,7 @@
 #include <QSerialPort>
 #include <QStatusBar>
 #include <QTextBrowser>
+#include <QTemporaryDir>
 #include <QTimer>
 
 static const QByteArray heartFrame = hexBytes("A55A0008050D0D0A");
@@ -43,6 +44,7 @@ private slots:
     void watchdogReopensPort();
     void reconnectTimerSendsModeSet();
     void farSideLossHandledOnce();
+    void reconnectFollowsBoxThatComesBack();
 };
 
 void TestBoxLink::commandFrames_data()
@@ -362,6 +364,40 @@ void TestBoxLink::farSideLossHandledOnce()
     QCOMPARE(again.readAtLeast(10).size(), 10);
     again.write(heartFrame);
     QCOMPARE(again.readAtLeast(8), heartFrame);
+}
+
+void TestBoxLink::reconnectFollowsBoxThatComesBack()
+{
+    // A box entering its boot loader re-enumerates: the device goes away and
+    // a new one appears under the same link.
+    QTemporaryDir dir;
+    const QString link = dir.filePath("box");
+    auto first = std::make_unique<Pty>();
+    QVERIFY(QFile::link(first->slavePath(), link));
+    MainWindow w;
+    connectTo(w, link);
+    QVERIFY(w.settings->serialPort->isOpen());
+    first->readAtLeast(10);
+
+    w.fwUpgrade->upgradeRunning = true;
+    w.reconnectTimer->start();
+    first.reset();
+    QVERIFY(QFile::remove(link));
+    QTest::qWait(700); // a few ticks find nothing to open
+    QVERIFY(w.reconnectTimer->isActive());
+
+    Pty second;
+    QVERIFY(QFile::link(second.slavePath(), link));
+    QVERIFY(waitUntil([&] { return !w.reconnectTimer->isActive(); }, 2000));
+    QVERIFY(w.settings->serialPort->isOpen());
+    QCOMPARE(second.readAtLeast(1, 300), QByteArray()); // silent during the upgrade
+    QVERIFY(!w.ui->actionConfig->isEnabled());
+
+    w.fwUpgrade->upgradeRunning = false;
+    emit w.fwUpgrade->upgradeEnd();
+    QCOMPARE(second.readAtLeast(10), hexBytes("A55A000A0100000B0D0A"));
+    second.write(heartFrame);
+    QCOMPARE(second.readAtLeast(8), heartFrame);
 }
 
 QTEST_MAIN(TestBoxLink)
