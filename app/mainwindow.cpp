@@ -102,6 +102,7 @@ MainWindow::MainWindow(QWidget *parent)
     connect(vts, &VTS::showTranslation, this, [this] { ui->textBrowserParsed->append(vts->translation); });
 
     loadSettings();
+    QTimer::singleShot(0, this, &MainWindow::checkForUpdates); // once per run, when the loop starts
 }
 
 MainWindow::~MainWindow()

@@ -12,6 +12,7 @@
 #include <QTcpSocket>
 
 #include <memory>
+#include <utility>
 
 // A small HTTP/1.1 server on 127.0.0.1 for the update tests. It answers GET
 // requests from a table of paths, one request per connection, and records
@@ -43,16 +44,18 @@ public:
     {
         pages[path] = Page{status, body, sendLength};
     }
-    // Requests for this path wait for release().
+    // Requests for this path wait for release(path).
     void hold(const QString &path) { held.insert(path); }
-    void release()
+    void release(const QString &path)
     {
-        held.clear();
-        const auto waiting = std::move(waitingRequests);
-        waitingRequests.clear();
-        for (const auto &w : waiting)
-            if (w.first)
+        held.remove(path);
+        const auto waiting = std::exchange(waitingRequests, {});
+        for (const auto &w : waiting) {
+            if (w.second != path)
+                waitingRequests.append(w);
+            else if (w.first)
                 answer(w.first, w.second);
+        }
     }
 
     QStringList requests;

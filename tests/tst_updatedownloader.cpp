@@ -217,7 +217,7 @@ void TestUpdateDownloader::destroyedWhileDownloading()
         d.start();
         QVERIFY(waitUntil([&] { return server.requests.size() == 1; }));
     }
-    server.release(); // the answer finds no one; nothing may crash
+    server.release("/fw/DAT_a.bin"); // the answer finds no one; nothing may crash
     QTest::qWait(50);
 }
 
