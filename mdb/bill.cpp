@@ -74,13 +74,11 @@ QString Bill::setup(const unsigned char *p, int n)
     text += field("%1Stacker Capacity [%2]<br>", be16(p + 6));
     text += field("%1Bill Security Levels [%2]<br>", be16(p + 8));
     text += field("%1Escrow Capability [%2]<br>", p[10] == 0xFF ? QStringLiteral("Yes") : QStringLiteral("No"));
-    text += QStringLiteral("%1Bill Type Credits:<br>%2").arg(fieldIndent, listIndent);
-    for (int i = 0; i < 16; ++i) {
-        text += QStringLiteral("[%1] ").arg(int(p[11 + i]), 2, 10, QLatin1Char('0'));
-        if (i == 7)
-            text += QStringLiteral("<br>%1").arg(listIndent);
-    }
-    return text;
+    text += QStringLiteral("%1Bill Type Credits:<br>").arg(fieldIndent);
+    QString credits[16];
+    for (int i = 0; i < 16; ++i)
+        credits[i] = QStringLiteral("%1").arg(int(p[11 + i]), 2, 10, QLatin1Char('0'));
+    return text + sixteenRow(credits);
 }
 
 QString Bill::poll(const unsigned char *p, int n)

@@ -154,10 +154,10 @@ QString Coin::setupReply(const unsigned char *p, int n)
     if (n != 24)
         return QString();
     QString text = QStringLiteral("Changer setup information<br>");
-    text += QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;Changer Feature Level [%1]<br>").arg(int(p[0]));
+    text += QStringLiteral("%1Changer Feature Level [%2]<br>").arg(fieldIndent).arg(int(p[0]));
     text += fieldIndent + bcdCountryLine(p[1], p[2]);
-    text += QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;Coin Scaling Factor [%1]<br>").arg(hex2(p[3]));
-    text += QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;Decimal Places [%1]<br>").arg(int(p[4]));
+    text += QStringLiteral("%1Coin Scaling Factor [%2]<br>").arg(fieldIndent, hex2(p[3]));
+    text += QStringLiteral("%1Decimal Places [%2]<br>").arg(fieldIndent).arg(int(p[4]));
     text += QStringLiteral("%1Coin Type Routing:<br>").arg(fieldIndent);
     text += bitRow(be16(p + 5), false);
     text += QStringLiteral("<br>%1Coin Type Credits:<br>").arg(fieldIndent);
