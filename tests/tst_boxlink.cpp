@@ -8,14 +8,27 @@
 #include "ui_mainwindow.h"
 #include "update/fwupgrade.h"
 
-#include <QComboBox>
 #include <QSerialPort>
 #include <QStatusBar>
-#include <QTextBrowser>
 #include <QTemporaryDir>
+#include <QTextBrowser>
 #include <QTimer>
 
 static const QByteArray heartFrame = hexBytes("A55A0008050D0D0A");
+static const QByteArray modeSetMdb = hexBytes("A55A000A0100000B0D0A");
+
+// A window whose port is open on a fresh pseudo-terminal, past its modeSet.
+struct Linked
+{
+    Pty pty;
+    MainWindow w;
+    Linked()
+    {
+        connectTo(w, pty.slavePath());
+        pty.readAtLeast(10);
+    }
+    QString portName() const { return w.settings->serialPort->portName(); }
+};
 
 class TestBoxLink : public QObject
 {
@@ -29,18 +42,11 @@ private slots:
     void commandsNeedOpenPort();
     void modeSetOnOpen_data();
     void modeSetOnOpen();
-    void unhandledKindsGetHeartbeat_data();
-    void unhandledKindsGetHeartbeat();
-    void fccErrorDropsFrame();
-    void noiseBeforeHeader();
-    void frameSplitAcrossChunks();
-    void twoFramesInOneChunk();
-    void shortLengthFieldSkipsHeader();
+    void receiver_data();
+    void receiver();
     void versionReport_data();
     void versionReport();
-    void shortBusDataFrameDropped();
-    void portToggleClosesAndReopens();
-    void openFailureReported();
+    void portToggleAndOpenFailure();
     void watchdogReopensPort();
     void reconnectTimerSendsModeSet();
     void farSideLossHandledOnce();
@@ -50,44 +56,28 @@ private slots:
 void TestBoxLink::commandFrames_data()
 {
     QTest::addColumn<int>("command");
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<int>("rate");
     QTest::addColumn<QByteArray>("expected");
-    QTest::newRow("modeSet MDB 115200") << 0 << 0 << 5 << hexBytes("A55A000A0100050E0D0A");
-    QTest::newRow("modeSet 232 9600") << 0 << 3 << 1 << hexBytes("A55A000A010301090D0A");
-    QTest::newRow("modeSet empty rate list goes out as FF") << 0 << 4 << -1 << hexBytes("A55A000A0104FFF00D0A");
-    QTest::newRow("connect") << 1 << 0 << 0 << hexBytes("A55A0008030B0D0A");
-    QTest::newRow("heart") << 2 << 0 << 0 << hexBytes("A55A0008050D0D0A");
-    QTest::newRow("boot") << 3 << 0 << 0 << hexBytes("A55A0008060E0D0A");
+    QTest::newRow("modeSet MDB 115200") << 0 << hexBytes("A55A000A0100050E0D0A");
+    QTest::newRow("modeSet empty rate list goes out as FF") << 1 << hexBytes("A55A000A0104FFF00D0A");
+    QTest::newRow("connect") << 2 << hexBytes("A55A0008030B0D0A");
+    QTest::newRow("heart") << 3 << heartFrame;
+    QTest::newRow("boot") << 4 << hexBytes("A55A0008060E0D0A");
 }
 
 void TestBoxLink::commandFrames()
 {
     QFETCH(int, command);
-    QFETCH(int, mode);
-    QFETCH(int, rate);
     QFETCH(QByteArray, expected);
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    QVERIFY(w.settings->serialPort->isOpen());
-    pty.readAtLeast(10); // the modeSet of the open
-    switch (command) {
-    case 0: w.comm->modeSet(mode, rate); break;
-    case 1: w.comm->connect(); break;
-    case 2: w.comm->heart(); break;
-    case 3: w.comm->boot(); break;
-    }
-    QCOMPARE(pty.readAtLeast(expected.size()), expected);
+    Linked l;
+    const std::function<void()> send[] = {[&] { l.w.comm->modeSet(0, 5); }, [&] { l.w.comm->modeSet(4, -1); },
+                                          [&] { l.w.comm->connect(); }, [&] { l.w.comm->heart(); },
+                                          [&] { l.w.comm->boot(); }};
+    send[command]();
+    QCOMPARE(l.pty.readAtLeast(expected.size()), expected);
 
-    // Every command passes the receiver's own check when fed back: the
-    // unhandled kinds among them are answered with a heartbeat.
-    pty.write(expected);
-    const QByteArray answer = pty.readAtLeast(command == 0 || command == 3 || command == 2 ? 8 : 1, 1000);
-    if (command == 1)
-        QVERIFY(answer.isEmpty()); // kind 3 is a version report, not answered
-    else
-        QCOMPARE(answer, heartFrame);
+    // Fed back, each passes the receiver's own check: the lamp inverts.
+    l.pty.write(expected);
+    QVERIFY(waitUntil([&] { return l.w.lampOn; }));
 }
 
 void TestBoxLink::commandsNeedOpenPort()
@@ -104,9 +94,8 @@ void TestBoxLink::modeSetOnOpen_data()
     QTest::addColumn<int>("baud");
     QTest::addColumn<QByteArray>("expected");
     QTest::newRow("232 at 9600") << 3 << 1 << hexBytes("A55A000A010301090D0A");
-    QTest::newRow("MDB at the first rate") << 0 << 0 << hexBytes("A55A000A0100000B0D0A");
+    QTest::newRow("MDB at the first rate") << 0 << 0 << modeSetMdb;
     QTest::newRow("CAN at 500 kbps") << 7 << 2 << hexBytes("A55A000A0107020E0D0A");
-    QTest::newRow("VSI with no rate list") << 1 << -1 << hexBytes("A55A000A0101FFF50D0A");
 }
 
 void TestBoxLink::modeSetOnOpen()
@@ -124,110 +113,51 @@ void TestBoxLink::modeSetOnOpen()
     QCOMPARE(w.statusBar()->currentMessage(), w.settings->serialPort->portName() + " openned");
 }
 
-void TestBoxLink::unhandledKindsGetHeartbeat_data()
+void TestBoxLink::receiver_data()
 {
-    QTest::addColumn<QByteArray>("frame");
-    QTest::addColumn<bool>("answered");
-    QTest::newRow("kind 5 answered") << hexBytes("A55A0008050D0D0A") << true;
-    QTest::newRow("kind 0x42 with a body answered") << BoxFrame::build(0x42, "xyz") << true;
-    QTest::newRow("kind 0 not answered") << BoxFrame::build(0x00, "abc") << false;
-    QTest::newRow("bus data not answered") << hexBytes("A55A0016020000000A0000000C00000B010B00130D0A") << false;
+    // Each chunk arrives on its own: the next is sent once the receiver has
+    // taken the one before.
+    QTest::addColumn<QList<QByteArray>>("chunks");
+    QTest::addColumn<int>("goodFrames");
+    QTest::addColumn<int>("heartbeats");
+    QTest::addColumn<QByteArray>("left");
+    const QByteArray other = BoxFrame::build(0x42, "xyz");
+    const QByteArray big = BoxFrame::build(0x07, QByteArray(40, 'x'));
+    using Chunks = QList<QByteArray>;
+    QTest::newRow("unhandled kind answered") << Chunks{heartFrame} << 1 << 1 << QByteArray();
+    QTest::newRow("kind 0 not answered") << Chunks{BoxFrame::build(0x00, "abc")} << 1 << 0 << QByteArray();
+    QTest::newRow("bus data not answered")
+        << Chunks{hexBytes("A55A0016020000000A0000000C00000B010B00130D0A")} << 1 << 0 << QByteArray();
+    QTest::newRow("short bus data dropped") << Chunks{BoxFrame::build(0x02, "ab")} << 1 << 0 << QByteArray();
+    QTest::newRow("bad FCC dropped") << Chunks{hexBytes("A55A0008050C0D0A")} << 0 << 0 << QByteArray();
+    QTest::newRow("bad FCC then a good frame") << Chunks{hexBytes("A55A0008050C0D0A"), other} << 1 << 1 << QByteArray();
+    QTest::newRow("noise byte ends the call, frame waits") << Chunks{hexBytes("00") + heartFrame} << 0 << 0 << heartFrame;
+    QTest::newRow("next arrival releases it, A5 pair dropped")
+        << Chunks{hexBytes("00") + heartFrame, hexBytes("A511")} << 1 << 1 << QByteArray();
+    QTest::newRow("frame split over four chunks")
+        << Chunks{big.left(1), big.mid(1, 3), big.mid(4, 20), big.mid(24)} << 1 << 1 << QByteArray();
+    QTest::newRow("two frames in one chunk") << Chunks{heartFrame + other} << 2 << 2 << QByteArray();
+    QTest::newRow("length 7 drops the header only") << Chunks{hexBytes("A55A0007") + heartFrame} << 1 << 1 << QByteArray();
 }
 
-void TestBoxLink::unhandledKindsGetHeartbeat()
+void TestBoxLink::receiver()
 {
-    QFETCH(QByteArray, frame);
-    QFETCH(bool, answered);
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    QVERIFY(!w.lampOn);
-    pty.write(frame);
-    QVERIFY(waitUntil([&] { return w.lampOn; }));
-    QVERIFY(w.watchdogTimer->isActive());
-    const QByteArray back = pty.readAtLeast(8, answered ? 3000 : 300);
-    QCOMPARE(back, answered ? heartFrame : QByteArray());
-
-    // A second good frame turns the lamp off again: it blinks.
-    pty.write(frame);
-    QVERIFY(waitUntil([&] { return !w.lampOn; }));
-}
-
-void TestBoxLink::fccErrorDropsFrame()
-{
-    MessageLog log;
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    pty.write(hexBytes("A55A0008050C0D0A"));
-    QVERIFY(waitUntil([&] { return log.contains("FCC error"); }));
-    QVERIFY(log.contains("A55A0008050C0D0A"));
-    QVERIFY(!w.lampOn);
-    QVERIFY(!w.watchdogTimer->isActive());
-    QVERIFY(w.rxBuffer.isEmpty());
-    QCOMPARE(pty.readAtLeast(1, 300), QByteArray());
-
-    // The receiver carries on with the next frame.
-    pty.write(heartFrame);
-    QCOMPARE(pty.readAtLeast(8), heartFrame);
-}
-
-void TestBoxLink::noiseBeforeHeader()
-{
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    // A noise byte ends the call that drops it; the frame behind it waits.
-    pty.write(hexBytes("00") + heartFrame);
-    QVERIFY(waitUntil([&] { return w.rxBuffer == heartFrame; }));
-    QVERIFY(!w.lampOn);
-    QCOMPARE(pty.readAtLeast(1, 200), QByteArray());
-    // The next arrival releases it; its own A5-without-5A pair is dropped whole.
-    pty.write(hexBytes("A511"));
-    QCOMPARE(pty.readAtLeast(8), heartFrame);
-    QVERIFY(w.lampOn);
-    QVERIFY(waitUntil([&] { return w.rxBuffer.isEmpty(); }));
-}
-
-void TestBoxLink::frameSplitAcrossChunks()
-{
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    const QByteArray frame = BoxFrame::build(0x07, QByteArray(40, 'x'));
-    for (const QByteArray &part : {frame.left(1), frame.mid(1, 3), frame.mid(4, 20), frame.mid(24)}) {
-        QVERIFY(pty.readAtLeast(1, 150).isEmpty());
-        pty.write(part);
+    QFETCH(QList<QByteArray>, chunks);
+    QFETCH(int, goodFrames);
+    QFETCH(int, heartbeats);
+    QFETCH(QByteArray, left);
+    Linked l;
+    int arrivals = 0;
+    connect(l.w.settings->serialPort, &QSerialPort::readyRead, this, [&] { ++arrivals; });
+    for (const QByteArray &chunk : chunks) {
+        const int before = arrivals;
+        l.pty.write(chunk);
+        QVERIFY(waitUntil([&] { return arrivals > before; }));
     }
-    QCOMPARE(pty.readAtLeast(8), heartFrame);
-    QVERIFY(w.rxBuffer.isEmpty());
-}
-
-void TestBoxLink::twoFramesInOneChunk()
-{
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    pty.write(heartFrame + BoxFrame::build(0x09, "ab"));
-    QCOMPARE(pty.readAtLeast(16), heartFrame + heartFrame);
-    QVERIFY(!w.lampOn); // inverted twice
-}
-
-void TestBoxLink::shortLengthFieldSkipsHeader()
-{
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    // A length of 7 drops the four header bytes; the heartbeat frame after
-    // them is still found.
-    pty.write(hexBytes("A55A0007") + heartFrame);
-    QCOMPARE(pty.readAtLeast(8), heartFrame);
+    QCOMPARE(l.pty.readAtLeast(8 * heartbeats + 1, 300), heartFrame.repeated(heartbeats));
+    QCOMPARE(l.w.lampOn, goodFrames % 2 == 1);
+    QCOMPARE(l.w.watchdogTimer->isActive(), goodFrames > 0);
+    QCOMPARE(l.w.rxBuffer, left);
 }
 
 void TestBoxLink::versionReport_data()
@@ -245,48 +175,24 @@ void TestBoxLink::versionReport()
 {
     QFETCH(QByteArray, frame);
     QFETCH(QString, version);
-    Pty pty;
-    MainWindow w;
-    w.firmwareVersion = "old";
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    pty.write(frame);
-    QVERIFY(waitUntil([&] { return w.lampOn; }));
-    QCOMPARE(w.firmwareVersion, version);
+    Linked l;
+    l.w.firmwareVersion = "old";
+    l.pty.write(frame);
+    QVERIFY(waitUntil([&] { return l.w.lampOn; }));
+    QCOMPARE(l.w.firmwareVersion, version);
 }
 
-void TestBoxLink::shortBusDataFrameDropped()
+void TestBoxLink::portToggleAndOpenFailure()
 {
-    MessageLog log;
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    pty.write(BoxFrame::build(0x02, hexBytes("0000")));
-    QVERIFY(waitUntil([&] { return w.lampOn; }));
-    QVERIFY(log.contains("bus data frame too short"));
-    QVERIFY(w.ui->textBrowserParsed->toPlainText().isEmpty());
-}
+    Linked l;
+    l.w.portToggle();
+    QVERIFY(!l.w.settings->serialPort->isOpen());
+    QCOMPARE(l.w.ui->actionConnect->text(), QString("Disconnect"));
+    QVERIFY(l.w.ui->actionConfig->isEnabled());
+    QCOMPARE(l.w.statusBar()->currentMessage(), l.portName() + " closed");
+    l.w.portToggle();
+    QCOMPARE(l.pty.readAtLeast(10), modeSetMdb);
 
-void TestBoxLink::portToggleClosesAndReopens()
-{
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    QVERIFY(w.settings->serialPort->isOpen());
-    w.portToggle();
-    QVERIFY(!w.settings->serialPort->isOpen());
-    QCOMPARE(w.ui->actionConnect->text(), QString("Disconnect"));
-    QVERIFY(w.ui->actionConfig->isEnabled());
-    QCOMPARE(w.statusBar()->currentMessage(), w.settings->serialPort->portName() + " closed");
-    pty.read();
-    w.portToggle();
-    QVERIFY(w.settings->serialPort->isOpen());
-    QCOMPARE(pty.readAtLeast(10).size(), 10);
-}
-
-void TestBoxLink::openFailureReported()
-{
     MessageLog log;
     MainWindow w;
     w.settings->addPortPath("/dev/vendscope-no-such-port");
@@ -300,40 +206,30 @@ void TestBoxLink::openFailureReported()
 void TestBoxLink::watchdogReopensPort()
 {
     MessageLog log;
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    w.watchdogTimer->setInterval(200); // the same handler, sooner
-    pty.write(heartFrame);
-    QVERIFY(waitUntil([&] { return w.lampOn; }));
+    Linked l;
+    l.w.watchdogTimer->setInterval(200); // the same handler, sooner
+    l.pty.write(heartFrame);
     QVERIFY(waitUntil([&] { return log.contains("port reconnected:"); }));
-    QVERIFY(!w.lampOn);
-    QVERIFY(w.settings->serialPort->isOpen());
-    // The watchdog sends nothing but the heartbeat answer from before.
-    QCOMPARE(pty.readAtLeast(100, 300), heartFrame);
+    QVERIFY(!l.w.lampOn);
+    QVERIFY(l.w.settings->serialPort->isOpen());
+    // The watchdog sends nothing: only the heartbeat answer from before.
+    QCOMPARE(l.pty.readAtLeast(100, 300), heartFrame);
 }
 
 void TestBoxLink::reconnectTimerSendsModeSet()
 {
-    Pty pty;
-    MainWindow w;
-    connectTo(w, pty.slavePath());
-    pty.readAtLeast(10);
-    QCOMPARE(w.reconnectTimer->interval(), 300);
-
+    Linked l;
+    QCOMPARE(l.w.reconnectTimer->interval(), 300);
     // During an upgrade the reopen is silent.
-    w.fwUpgrade->upgradeRunning = true;
-    w.reconnectTimer->start();
-    QVERIFY(waitUntil([&] { return !w.reconnectTimer->isActive(); }));
-    QCOMPARE(pty.readAtLeast(1, 300), QByteArray());
-
+    l.w.fwUpgrade->upgradeRunning = true;
+    l.w.reconnectTimer->start();
+    QVERIFY(waitUntil([&] { return !l.w.reconnectTimer->isActive(); }));
+    QCOMPARE(l.pty.readAtLeast(1, 300), QByteArray());
     // After it, the reopen tells the box its mode again.
-    w.fwUpgrade->upgradeRunning = false;
-    emit w.fwUpgrade->upgradeEnd();
-    QVERIFY(w.reconnectTimer->isActive());
-    QCOMPARE(pty.readAtLeast(10), hexBytes("A55A000A0100000B0D0A"));
-    QVERIFY(!w.reconnectTimer->isActive());
+    l.w.fwUpgrade->upgradeRunning = false;
+    emit l.w.fwUpgrade->upgradeEnd();
+    QCOMPARE(l.pty.readAtLeast(10), modeSetMdb);
+    QVERIFY(!l.w.reconnectTimer->isActive());
 }
 
 void TestBoxLink::farSideLossHandledOnce()
@@ -354,14 +250,13 @@ void TestBoxLink::farSideLossHandledOnce()
     QCOMPARE(shown.size(), 1);
     QVERIFY2(shown.first().startsWith(name + " lost: "), qPrintable(shown.first()));
     QVERIFY2(cpuMs < 50, qPrintable(QString("CPU %1 ms").arg(cpuMs)));
-    QCOMPARE(w.ui->actionConnect->icon().cacheKey() != 0, true);
+    QCOMPARE(w.ui->actionConnect->text(), QString("Connect"));
     QVERIFY(w.ui->actionConfig->isEnabled());
 
     // A new far side, selected and connected, works again.
     Pty again;
     connectTo(w, again.slavePath());
-    QVERIFY(w.settings->serialPort->isOpen());
-    QCOMPARE(again.readAtLeast(10).size(), 10);
+    QCOMPARE(again.readAtLeast(10), modeSetMdb);
     again.write(heartFrame);
     QCOMPARE(again.readAtLeast(8), heartFrame);
 }
@@ -376,7 +271,6 @@ void TestBoxLink::reconnectFollowsBoxThatComesBack()
     QVERIFY(QFile::link(first->slavePath(), link));
     MainWindow w;
     connectTo(w, link);
-    QVERIFY(w.settings->serialPort->isOpen());
     first->readAtLeast(10);
 
     w.fwUpgrade->upgradeRunning = true;
@@ -389,13 +283,12 @@ void TestBoxLink::reconnectFollowsBoxThatComesBack()
     Pty second;
     QVERIFY(QFile::link(second.slavePath(), link));
     QVERIFY(waitUntil([&] { return !w.reconnectTimer->isActive(); }, 2000));
-    QVERIFY(w.settings->serialPort->isOpen());
     QCOMPARE(second.readAtLeast(1, 300), QByteArray()); // silent during the upgrade
     QVERIFY(!w.ui->actionConfig->isEnabled());
 
     w.fwUpgrade->upgradeRunning = false;
     emit w.fwUpgrade->upgradeEnd();
-    QCOMPARE(second.readAtLeast(10), hexBytes("A55A000A0100000B0D0A"));
+    QCOMPARE(second.readAtLeast(10), modeSetMdb);
     second.write(heartFrame);
     QCOMPARE(second.readAtLeast(8), heartFrame);
 }
