@@ -17,7 +17,10 @@
 #include <QMessageBox>
 #include <QNetworkProxy>
 #include <QNetworkReply>
+#include <QProcess>
+#include <QProgressBar>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTimer>
 
 static const QString firmwarePath = "/updates/Tallybox/Firmware/update.json";
@@ -85,6 +88,7 @@ private slots:
     void applicationCheckAtStartUp();
     void progressLabel_data();
     void progressLabel();
+    void newFirmwareReachesTheBox();
 
 private:
     // Runs the event loop until the server has answered path and the window
@@ -370,6 +374,54 @@ void TestUpdateCheck::progressLabel()
     w.firmwareUi->labelStatus->setText("before");
     emit w.downloader->progress(fileName, received, total);
     QCOMPARE(w.firmwareUi->labelStatus->text(), label);
+}
+
+// From the box's version report to the image in the box: the simulator
+// reports XYZ_1.0.0, the server offers 1.1.0, the user agrees.
+void TestUpdateCheck::newFirmwareReachesTheBox()
+{
+#ifndef VS_BOXSIM
+    QSKIP("the box simulator is not built");
+#else
+    QByteArray image(2000, 0); // two full packets and one of 464 bytes
+    for (int i = 0; i < image.size(); ++i)
+        image[i] = char((i * 7) % 253);
+    // UP, chunk 768, 3 packets, image size 2000, version 1.1.0
+    const QByteArray ini = hexBytes("5550000003000003000007D0") + QByteArray("1.1.0", 6);
+    server->setPage(firmwarePath, QString(R"({"version": "1.1.0", "DAT": "%1", "INI": "%2", "COF": "%3"})")
+                                      .arg(server->url("/fw/DAT_1.1.0.bin"), server->url("/fw/INI_1.1.0.bin"),
+                                           server->url("/fw/COF_1.1.0.bin"))
+                                      .toUtf8());
+    server->setPage("/fw/DAT_1.1.0.bin", image);
+    server->setPage("/fw/INI_1.1.0.bin", ini);
+    server->setPage("/fw/COF_1.1.0.bin", "coefficients");
+
+    QTemporaryDir out;
+    const QString imageOut = out.filePath("image.bin");
+    QProcess sim;
+    sim.start(VS_BOXSIM, {"--image-out", imageOut, "--rate", "20"});
+    QVERIFY(sim.waitForStarted(5000));
+    QVERIFY(waitUntil([&] { return sim.canReadLine(); }, 10000));
+    const QString path = QString::fromLocal8Bit(sim.readLine()).trimmed();
+    {
+        Answerer answerer(QMessageBox::Yes);
+        MainWindow w;
+        connectTo(w, path);
+        QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == "Upgrade end"; }, 20000));
+        QCOMPARE(answerer.asked, QStringList({"Firmware Update Available|New version 1.1.0 is available.\n"
+                                              "Current version: 1.0.0\nUpdate now?"}));
+        QCOMPARE(server->requests, QStringList({applicationPath, firmwarePath, "/fw/DAT_1.1.0.bin",
+                                                "/fw/INI_1.1.0.bin", "/fw/COF_1.1.0.bin"}));
+        QCOMPARE(firmwareFiles(), QStringList({"COF_1.1.0.bin", "DAT_1.1.0.bin", "INI_1.1.0.bin"}));
+        QCOMPARE(w.firmwareUi->progressBar->value(), 100);
+        QVERIFY(waitUntil([&] { return QFile(imageOut).size() == image.size(); }));
+        QFile written(imageOut);
+        QVERIFY(written.open(QIODevice::ReadOnly));
+        QCOMPARE(written.readAll(), image);
+    }
+    sim.terminate();
+    QVERIFY(sim.waitForFinished(5000));
+#endif
 }
 
 QTEST_MAIN(TestUpdateCheck)
