@@ -2,10 +2,7 @@
 
 #include "link/frame.h"
 
-#if __has_include("bootloader.h")
 #include "bootloader.h"
-#define BOXSIM_HAS_BOOTLOADER 1
-#endif
 
 #include <QSocketNotifier>
 #include <QTimer>
@@ -128,10 +125,8 @@ void Box::readReady()
     if (n <= 0)
         return;
     if (booting) {
-#ifdef BOXSIM_HAS_BOOTLOADER
         if (bootLoader)
             bootLoader->feed(QByteArray(buf, int(n)));
-#endif
         return;
     }
     rx.append(buf, n);
@@ -167,10 +162,8 @@ void Box::readReady()
             // Whatever followed boot is already the boot loader's.
             const QByteArray rest = rx;
             rx.clear();
-#ifdef BOXSIM_HAS_BOOTLOADER
             if (bootLoader && !rest.isEmpty())
                 bootLoader->feed(rest);
-#endif
             return;
         }
     }
@@ -383,7 +376,6 @@ void Box::enterBootLoader()
     out.clear(); // the box stops reporting the moment it reboots
     if (writeNotifier)
         writeNotifier->setEnabled(false);
-#ifdef BOXSIM_HAS_BOOTLOADER
     BootLoader::Options o;
     o.imageOut = opt.imageOut;
     o.silentAt = opt.bootSilentAt;
@@ -395,9 +387,6 @@ void Box::enterBootLoader()
     connect(bootLoader, &BootLoader::send, this, &Box::queue);
     connect(bootLoader, &BootLoader::finished, this, &Box::leaveBootLoader);
     bootLoader->start();
-#else
-    note(QStringLiteral("this build has no boot loader; waiting for modeSet"));
-#endif
 }
 
 void Box::leaveBootLoader(bool ok)
@@ -405,12 +394,10 @@ void Box::leaveBootLoader(bool ok)
     note(QStringLiteral("boot loader finished: %1").arg(ok ? "ok" : "failed"));
     booting = false;
     rx.clear();
-#ifdef BOXSIM_HAS_BOOTLOADER
     if (bootLoader) {
         bootLoader->disconnect(this);
         bootLoader->deleteLater();
         bootLoader = nullptr;
     }
-#endif
     // Back to being a box: the next modeSet starts the bus reports again.
 }
