@@ -20,8 +20,8 @@ namespace {
 // one of them is answered with a heartbeat.
 constexpr unsigned char kindStatus = 0x07;
 
-// Unsent output beyond this is dropped, as a box's UART buffer would
-// overflow when nobody reads the port.
+// While nobody reads the port, the player stops at this much unsent output,
+// and status frames beyond twice as much are dropped.
 constexpr int outLimit = 64 * 1024;
 // Bytes the flat-out player keeps queued ahead of the line.
 constexpr int flatOutAhead = 4096;
@@ -254,7 +254,7 @@ void Box::playOne()
     if (!current || quiet || booting)
         return;
     if (out.size() > outLimit)
-        return; // nobody is reading: the box loses what it hears
+        return; // nobody is reading: hold the scenario rather than pile up frames
     const Transfer &t = current->transfers.at(next);
     next = next + 1 < current->transfers.size() ? next + 1 : current->loopStart;
 
