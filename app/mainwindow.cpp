@@ -227,7 +227,11 @@ void MainWindow::readData()
         qDebug() << "Port not open yet!";
         return;
     }
-    const QByteArray chunk = port->readAll();
+    receive(port->readAll());
+}
+
+void MainWindow::receive(const QByteArray &chunk)
+{
     if (fwUpgrade->upgradeRunning) {
         fwUpgrade->upgradeHandling(chunk);
         return;

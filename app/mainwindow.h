@@ -35,6 +35,8 @@ public:
     void updateCommStatus(bool on);
     void loadSettings();
     void saveSettings();
+    // One chunk as read from the port: cut into box frames and acted on.
+    void receive(const QByteArray &chunk);
 
     MDB *mdb;
     RS232 *rs232;

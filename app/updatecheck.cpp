@@ -6,15 +6,13 @@
 #include "settings/settings.h"
 #include "update/downloader.h"
 #include "update/fwupgrade.h"
+#include "update/manifest.h"
 #include "update/versioncompare.h"
 
 #include <QCheckBox>
 #include <QDebug>
 #include <QDesktopServices>
 #include <QDialog>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QJsonParseError>
 #include <QLabel>
 #include <QMessageBox>
 #include <QNetworkAccessManager>
@@ -40,8 +38,8 @@ QNetworkReply *getManifest(QNetworkAccessManager *manager, const QString &url)
     return reply;
 }
 
-// The manifest's top-level object, or false after the warning that says why not.
-bool readManifest(QNetworkReply *reply, QJsonObject *manifest)
+// The body of a finished manifest reply, or false after the warning that says why not.
+bool readManifest(QNetworkReply *reply, QByteArray *body)
 {
     if (reply->property("tooLarge").toBool() || reply->bytesAvailable() > maxManifestBytes) {
         qWarning().noquote() << "Update check failed:" << "manifest larger than 1 MiB";
@@ -51,30 +49,8 @@ bool readManifest(QNetworkReply *reply, QJsonObject *manifest)
         qWarning().noquote() << "Update check failed:" << reply->errorString();
         return false;
     }
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(reply->readAll(), &error);
-    if (error.error != QJsonParseError::NoError) {
-        qWarning().noquote() << "Invalid update json:" << error.errorString();
-        return false;
-    }
-    if (!doc.isObject()) {
-        qWarning().noquote() << "Invalid update json:" << "top level is not an object";
-        return false;
-    }
-    *manifest = doc.object();
+    *body = reply->readAll();
     return true;
-}
-
-// Only web addresses: a manifest must not make us read local files or hand
-// the desktop something it would run.
-bool isWebAddress(const QString &address)
-{
-    const QUrl url(address, QUrl::StrictMode);
-    const QString scheme = url.scheme();
-    if (url.isValid() && !url.host().isEmpty() && (scheme == "http" || scheme == "https"))
-        return true;
-    qWarning().noquote() << "Update json address is not a web address:" << address;
-    return false;
 }
 
 // Plain text, so that a manifest cannot dress up the question with markup.
@@ -115,23 +91,14 @@ void MainWindow::checkForUpdatesFirmware()
 void MainWindow::firmwareReply(QNetworkReply *reply)
 {
     reply->deleteLater();
-    QJsonObject manifest;
-    if (!readManifest(reply, &manifest))
+    QByteArray body;
+    FirmwareManifest manifest;
+    if (!readManifest(reply, &body) || !readFirmwareManifest(body, &manifest))
         return;
-    const QString latest = manifest.value("version").toString();
-    const QString dat = manifest.value("DAT").toString();
-    const QString ini = manifest.value("INI").toString();
-    const QString cof = manifest.value("COF").toString();
-    if (latest.isEmpty() || dat.isEmpty() || ini.isEmpty() || cof.isEmpty()) {
-        qWarning() << "Update json missing fields";
-        return;
-    }
-    if (!isWebAddress(dat) || !isWebAddress(ini) || !isWebAddress(cof))
-        return;
+    const QString &latest = manifest.version;
 
     // The box reports e.g. "XYZ_2.0.1"; the manifest names only the version.
-    const qsizetype mark = firmwareVersion.indexOf(QLatin1Char('_'));
-    const QString current = mark < 0 ? firmwareVersion : firmwareVersion.mid(mark + 1);
+    const QString current = firmwareVersionOf(firmwareVersion);
     if (!isNewerVersion(latest, current))
         return;
     if (!askYesNo(this, "Firmware Update Available",
@@ -141,26 +108,20 @@ void MainWindow::firmwareReply(QNetworkReply *reply)
     downloader->clearFirmwareDir();
     firmwareDialog->show();
     firmwareUi->labelStatus->setText("Fetching firmware...");
-    downloader->addUrl(QUrl(dat));
-    downloader->addUrl(QUrl(ini));
-    downloader->addUrl(QUrl(cof));
+    downloader->addUrl(QUrl(manifest.dat));
+    downloader->addUrl(QUrl(manifest.ini));
+    downloader->addUrl(QUrl(manifest.cof));
     downloader->start();
 }
 
 void MainWindow::applicationReply(QNetworkReply *reply)
 {
     reply->deleteLater();
-    QJsonObject manifest;
-    if (!readManifest(reply, &manifest))
+    QByteArray body;
+    ApplicationManifest manifest;
+    if (!readManifest(reply, &body) || !readApplicationManifest(body, &manifest))
         return;
-    const QString latest = manifest.value("version").toString();
-    const QString url = manifest.value("url").toString();
-    if (latest.isEmpty() || url.isEmpty()) {
-        qWarning() << "Update json missing fields";
-        return;
-    }
-    if (!isWebAddress(url))
-        return;
+    const QString &latest = manifest.version;
 
     const QString current = QCoreApplication::applicationVersion();
     if (!isNewerVersion(latest, current))
@@ -168,7 +129,7 @@ void MainWindow::applicationReply(QNetworkReply *reply)
     if (!askYesNo(this, "Update Available",
                   QString("New version %1 is available.\nCurrent version: %2\nDownload now?").arg(latest, current)))
         return;
-    QDesktopServices::openUrl(QUrl(url));
+    QDesktopServices::openUrl(QUrl(manifest.url));
 }
 
 void MainWindow::downloadProgress(const QString &fileName, qint64 received, qint64 total)

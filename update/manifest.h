@@ -1,0 +1,32 @@
+#ifndef MANIFEST_H
+#define MANIFEST_H
+
+#include <QByteArray>
+#include <QString>
+
+// The firmware manifest: the newest box firmware and its three files.
+struct FirmwareManifest
+{
+    QString version;
+    QString dat;
+    QString ini;
+    QString cof;
+};
+
+// The application manifest: the newest program version and where to get it.
+struct ApplicationManifest
+{
+    QString version;
+    QString url;
+};
+
+// A manifest as the server sent it, checked: every member present and every
+// address a web address. False after the warning that says why not.
+bool readFirmwareManifest(const QByteArray &body, FirmwareManifest *manifest);
+bool readApplicationManifest(const QByteArray &body, ApplicationManifest *manifest);
+
+// The version in the box's report: "XYZ_2.0.1" gives "2.0.1", a report
+// without "_" is a version as it stands.
+QString firmwareVersionOf(const QString &report);
+
+#endif // MANIFEST_H
