@@ -18,7 +18,7 @@ int qMain(int argc, char **argv)
         window->setWindowTitle("Vendscope");
         window->show();
         qDebug() << "MainWindow shown";
-        result = app.exec();
+        result = QApplication::exec();
         delete window;
     }
     return result;

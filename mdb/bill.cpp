@@ -134,17 +134,17 @@ QString Bill::billType(const unsigned char *p, int n)
     if (n != 4)
         return text + fieldLengthError();
     const quint16 enable = be16(p);
-    const quint16 escrow = be16(p + 2);
+    const quint16 escrowTypes = be16(p + 2);
     if (enable == 0)
         text += QStringLiteral("%1Action: Bill Validator Disabled<br>").arg(fieldIndent);
     else
         text += QStringLiteral("%1Enabled Bill Types:<br>").arg(fieldIndent)
             + QStringLiteral("%1").arg(listIndent) + setBits(enable) + QStringLiteral("<br>");
-    if (escrow == 0)
+    if (escrowTypes == 0)
         text += QStringLiteral("%1Action: Escrow are disabled<br>").arg(fieldIndent);
     else
         text += QStringLiteral("%1Escrow Enabled Bill Types:<br>").arg(fieldIndent)
-            + QStringLiteral("%1").arg(listIndent) + setBits(escrow);
+            + QStringLiteral("%1").arg(listIndent) + setBits(escrowTypes);
     chopBr(text);
     return text;
 }

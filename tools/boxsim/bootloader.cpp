@@ -31,9 +31,8 @@ QByteArray numbered(char verdict, quint16 sequence)
 } // namespace
 
 BootLoader::BootLoader(const Options &options, QObject *parent)
-    : QObject(parent), options(options), giveUp(new QTimer(this))
+    : QObject(parent), options(options), versionBytes(options.version.toUtf8().left(126)), giveUp(new QTimer(this))
 {
-    versionBytes = options.version.toUtf8().left(126);
     giveUp->setSingleShot(true);
     connect(giveUp, &QTimer::timeout, this, [this] {
         if (step == Step::Log) {

@@ -175,7 +175,7 @@ int main(int argc, char *argv[])
     quitOnSignals(app);
     if (exitAfter > 0)
         QTimer::singleShot(exitAfter * 1000, &app, &QCoreApplication::quit);
-    const int rc = app.exec();
+    const int rc = QCoreApplication::exec();
 
     if (!link.isEmpty() && QFileInfo(link).symLinkTarget() == box.devicePath())
         QFile::remove(link);
