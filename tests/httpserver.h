@@ -1,10 +1,8 @@
 #ifndef HTTPSERVER_H
 #define HTTPSERVER_H
 
-#include <QByteArray>
 #include <QHash>
 #include <QHostAddress>
-#include <QList>
 #include <QPointer>
 #include <QSet>
 #include <QStringList>
@@ -12,21 +10,12 @@
 #include <QTcpSocket>
 
 #include <memory>
-#include <utility>
 
-// A small HTTP/1.1 server on 127.0.0.1 for the update tests. It answers GET
-// requests from a table of paths, one request per connection, and records
-// the paths asked for. Unknown paths get a 404 page.
+// A small HTTP/1.1 server on 127.0.0.1 for the update tests: GET from a table
+// of paths, one request per connection, unknown paths get a 404 page.
 class HttpServer : public QTcpServer
 {
 public:
-    struct Page
-    {
-        int status = 200;
-        QByteArray body;
-        bool sendLength = true; // false: no Content-Length, end by closing
-    };
-
     HttpServer()
     {
         if (!listen(QHostAddress::LocalHost, 0))
@@ -39,42 +28,45 @@ public:
 
     QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(serverPort()); }
     QString url(const QString &path) const { return base() + path; }
-
+    // sendLength false: no Content-Length, the body ends when the connection closes.
     void setPage(const QString &path, const QByteArray &body, int status = 200, bool sendLength = true)
     {
         pages[path] = Page{status, body, sendLength};
     }
-    // Requests for this path wait for release(path).
+    // Requests for a held path wait for release(path).
     void hold(const QString &path) { held.insert(path); }
     void release(const QString &path)
     {
         held.remove(path);
-        const auto waiting = std::exchange(waitingRequests, {});
-        for (const auto &w : waiting) {
-            if (w.second != path)
-                waitingRequests.append(w);
-            else if (w.first)
-                answer(w.first, w.second);
-        }
+        for (const QPointer<QTcpSocket> &socket : waiting.values(path))
+            if (socket)
+                answer(socket, path);
+        waiting.remove(path);
     }
 
-    QStringList requests;
+    QStringList requests; // paths in the order they were asked for
 
 private:
+    struct Page
+    {
+        int status = 404;
+        QByteArray body = "<html>no such page</html>";
+        bool sendLength = true;
+    };
+
     void accept(QTcpSocket *socket)
     {
         auto buffer = std::make_shared<QByteArray>();
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         connect(socket, &QTcpSocket::readyRead, socket, [this, socket, buffer] {
             buffer->append(socket->readAll());
-            if (!buffer->contains("\r\n\r\n") || buffer->isEmpty())
+            if (!buffer->contains("\r\n\r\n"))
                 return;
-            const QList<QByteArray> requestLine = buffer->left(buffer->indexOf("\r\n")).split(' ');
+            const QString path = QString::fromLatin1(buffer->left(buffer->indexOf("\r\n")).split(' ').value(1));
             buffer->clear();
-            const QString path = requestLine.size() >= 2 ? QString::fromLatin1(requestLine.at(1)) : QString();
             requests << path;
             if (held.contains(path))
-                waitingRequests.append({QPointer<QTcpSocket>(socket), path});
+                waiting.insert(path, socket);
             else
                 answer(socket, path);
         });
@@ -82,10 +74,9 @@ private:
 
     void answer(QTcpSocket *socket, const QString &path)
     {
-        const Page page = pages.value(path, Page{404, "<html>no such page</html>", true});
-        QByteArray head = "HTTP/1.1 " + QByteArray::number(page.status)
-            + (page.status == 200 ? " OK" : page.status == 404 ? " Not Found" : " Error") + "\r\n";
-        head += "Content-Type: application/octet-stream\r\nConnection: close\r\n";
+        const Page page = pages.value(path);
+        QByteArray head = "HTTP/1.1 " + QByteArray::number(page.status) + (page.status == 200 ? " OK" : " Not Found")
+            + "\r\nContent-Type: application/octet-stream\r\nConnection: close\r\n";
         if (page.sendLength)
             head += "Content-Length: " + QByteArray::number(page.body.size()) + "\r\n";
         socket->write(head + "\r\n" + page.body);
@@ -94,7 +85,7 @@ private:
 
     QHash<QString, Page> pages;
     QSet<QString> held;
-    QList<std::pair<QPointer<QTcpSocket>, QString>> waitingRequests;
+    QMultiHash<QString, QPointer<QTcpSocket>> waiting;
 };
 
 #endif // HTTPSERVER_H

@@ -19,23 +19,15 @@ void TestUpdateVersion::newer_data()
     QTest::newRow("equal is not newer") << "2.0.1" << "2.0.1" << false;
     QTest::newRow("older is not newer") << "2.0.0" << "2.0.1" << false;
     QTest::newRow("numbers compare as numbers, not text") << "2.0.10" << "2.0.1" << true;
-    QTest::newRow("numbers compare segment by segment") << "1.10" << "1.9" << true;
     QTest::newRow("a higher major wins over longer minors") << "3" << "2.99.99" << true;
     QTest::newRow("the longer of two with a common prefix is newer") << "1.0.0" << "1.0" << true;
-    QTest::newRow("the shorter of two with a common prefix is older") << "1.0" << "1.0.0" << false;
-    QTest::newRow("leading zeros count for nothing") << "01.02" << "1.2" << false;
     QTest::newRow("a suffix after the numbers is ignored") << "2.0.1-rc1" << "2.0.1" << false;
-    QTest::newRow("numbers before a suffix still count") << "2.0.2beta" << "2.0.1" << true;
     QTest::newRow("beta against 1.0 compares text and is newer") << "beta" << "1.0" << true;
     QTest::newRow("1.0 against beta compares text and is older") << "1.0" << "beta" << false;
-    QTest::newRow("text comparison is case-sensitive, upper first") << "Beta" << "alpha" << false;
-    QTest::newRow("text comparison is case-sensitive, lower last") << "beta" << "Alpha" << true;
-    QTest::newRow("a v prefix makes it text") << "v2.0" << "v10.0" << true;
+    QTest::newRow("text comparison is case-sensitive") << "Beta" << "alpha" << false;
     QTest::newRow("an unreported current version is older than any") << "1.0" << "" << true;
     QTest::newRow("an empty manifest version is never newer") << "" << "1.0" << false;
-    QTest::newRow("both empty is not newer") << "" << "" << false;
     QTest::newRow("a number too large for a segment makes it text") << "99999999999999999999.1" << "1.0" << true;
-    QTest::newRow("a negative number makes it text") << "-1.2" << "1.0" << false;
 }
 
 void TestUpdateVersion::newer()
