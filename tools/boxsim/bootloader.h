@@ -40,8 +40,9 @@ public:
     static QByteArray textFrame(const QByteArray &text);
     static quint16 crc16(const QByteArray &bytes);
 
-    // A real box takes a moment to restart into its boot loader.
-    static constexpr int rebootMs = 500;
+    // A real box takes about a second to restart into its boot loader; the
+    // program's 300 ms reopen of the port must come first, even when busy.
+    static constexpr int rebootMs = 1000;
     // Having gone silent, the box gives up and restarts as a box after this.
     static constexpr int silentGiveUpMs = 3500;
     // Without a word from the program for this long, the box gives up.
