@@ -164,7 +164,7 @@ void MainWindow::loadSettings()
 
     const QString portName = settingsFile->value("serial/portName", QString()).toString();
     qDebug() << "load settings";
-    qDebug() << portName;
+    qDebug().noquote() << portName;
     int index = settings->comboBoxPort->findText(portName, Qt::MatchExactly | Qt::MatchCaseSensitive);
     if (index >= 0)
         settings->comboBoxPort->setCurrentIndex(index);
@@ -173,7 +173,7 @@ void MainWindow::loadSettings()
     qDebug() << index;
 
     qDebug() << "Serial Infro";
-    qDebug() << "bandRate " << settings->serialPort->baudRate();
+    qDebug().noquote() << "bandRate " + QString::number(settings->serialPort->baudRate());
 
     setInterpret(settingsFile->value("interpret", true).toBool());
     settings->comboBoxInterpret->setCurrentIndex(settingsFile->value("mode", 0).toInt());
@@ -208,7 +208,7 @@ void MainWindow::saveSettings()
     out.setValue("MDBPoll", settings->ui->checkBoxPoll->isChecked());
     out.setValue("Update", settings->checkBoxUpdate->isChecked());
     out.setValue("logPath", logPath);
-    qDebug() << out.value("serial/portName").toString();
+    qDebug().noquote() << out.value("serial/portName").toString();
 }
 
 void MainWindow::settingAccepted()
@@ -272,7 +272,7 @@ void MainWindow::receive(const QByteArray &chunk)
             const unsigned char fcc = BoxFrame::xorOf(rxBuffer, 2, frameLength - 4);
             if (fcc != b[frameLength - 3]) {
                 qDebug() << "FCC error";
-                qDebug() << rxBuffer.toHex().toUpper();
+                qDebug().noquote() << rxBuffer.toHex().toUpper();
                 rxBuffer.remove(0, frameLength);
                 rxState = 0;
                 break;
@@ -353,7 +353,7 @@ void MainWindow::handleVersion(const QByteArray &frame)
     firmwareVersion.clear();
     for (int i = 0; i < count; ++i)
         firmwareVersion.append(QChar(static_cast<unsigned char>(frame.at(6 + i))));
-    qDebug() << firmwareVersion;
+    qDebug().noquote() << firmwareVersion;
     checkForUpdatesFirmware();
 }
 
@@ -431,10 +431,10 @@ bool MainWindow::reopenPort()
 {
     QSerialPort *port = settings->serialPort;
     port->close();
-    qDebug() << "port reconnecting:" << port->portName();
+    qDebug().noquote() << "port reconnecting:" << port->portName();
     if (!openPort())
         return false;
-    qDebug() << "port reconnected:" << port->portName();
+    qDebug().noquote() << "port reconnected:" << port->portName();
     return true;
 }
 
@@ -474,7 +474,7 @@ void MainWindow::portError(QSerialPort::SerialPortError error)
 void MainWindow::portLost(const QString &reason)
 {
     const QString name = settings->serialPort->portName();
-    qDebug() << "port lost:" << name << reason;
+    qDebug().noquote() << "port lost:" << name << reason;
     statusBar()->showMessage(name + " lost: " + reason);
     // Closing from inside the error signal would re-enter the port.
     QMetaObject::invokeMethod(this, [this] {
