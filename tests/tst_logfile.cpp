@@ -74,11 +74,9 @@ private slots:
 
     void saveNameRules_data();
     void saveNameRules();
-    void saveProposesLastFolder();
-    void saveFailureKeepsFolder();
     void loadReplacesView();
-    void loadFailure();
-    void cancelDoesNothing();
+    void failuresChangeNothing_data();
+    void failuresChangeNothing();
 };
 
 void TestLogFile::saveNameRules_data()
@@ -98,58 +96,31 @@ void TestLogFile::saveNameRules()
     QFETCH(QString, written);
     QFETCH(bool, html);
     QTemporaryDir dir;
-    MainWindow w;
-    w.ui->textBrowserParsed->append("<span style='color: red;'>0012 : M-&gt; 0B 0B</span>");
-    w.ui->textBrowserParsed->append("second line");
-    ModalAnswers answers({chooseFile(dir.filePath(chosen))});
-    w.ui->actionSave->trigger();
-    QCOMPARE(answers.answered, 1);
-
-    QFile file(dir.filePath(written));
-    QVERIFY2(file.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(file.fileName()));
-    const QString content = QString::fromUtf8(file.readAll());
-    if (html) {
-        QVERIFY(content.contains("<html>"));
-        QVERIFY(content.contains("color:#ff0000"));
-    } else {
-        QCOMPARE(content, QString("0012 : M-> 0B 0B\nsecond line"));
-    }
-    QCOMPARE(w.logPath, QFileInfo(dir.path()).absoluteFilePath());
-}
-
-void TestLogFile::saveProposesLastFolder()
-{
-    QTemporaryDir dir;
     QString proposed;
     {
         MainWindow w;
-        ModalAnswers answers({chooseFile(dir.filePath("a.txt"), &proposed)});
-        const QDateTime before = QDateTime::currentDateTime();
+        w.ui->textBrowserParsed->append("<span style='color: red;'>0012 : M-&gt; 0B 0B</span>");
+        w.ui->textBrowserParsed->append("second line");
+        ModalAnswers answers({chooseFile(dir.filePath(chosen), &proposed)});
+        const QDateTime now = QDateTime::currentDateTime();
         w.ui->actionSave->trigger();
-        const QString name = QFileInfo(proposed).fileName();
+        QCOMPARE(answers.answered, 1);
         QCOMPARE(QFileInfo(proposed).absolutePath(), QCoreApplication::applicationDirPath());
+        const QString name = QFileInfo(proposed).fileName();
         QVERIFY2(QRegularExpression("^Log_\\d{8}_\\d{6}\\.txt$").match(name).hasMatch(), qPrintable(name));
-        const QDateTime stamp = QDateTime::fromString(name.mid(4, 15), "yyyyMMdd_HHmmss");
-        QVERIFY(qAbs(stamp.secsTo(before)) <= 2);
+        QVERIFY(qAbs(QDateTime::fromString(name.mid(4, 15), "yyyyMMdd_HHmmss").secsTo(now)) <= 2);
+        QCOMPARE(w.logPath, QFileInfo(dir.path()).absoluteFilePath());
     }
+    QFile file(dir.filePath(written));
+    QVERIFY2(file.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(file.fileName()));
+    const QString content = QString::fromUtf8(file.readAll());
+    if (html)
+        QVERIFY(content.contains("<html>") && content.contains("color:#ff0000"));
+    else
+        QCOMPARE(content, QString("0012 : M-> 0B 0B\nsecond line"));
     // The folder of the last save is proposed again after a restart.
-    MainWindow w;
-    ModalAnswers answers({chooseFile(dir.filePath("b.txt"), &proposed)});
-    w.ui->actionSave->trigger();
-    QCOMPARE(QFileInfo(proposed).absolutePath(), QFileInfo(dir.path()).absoluteFilePath());
-}
-
-void TestLogFile::saveFailureKeepsFolder()
-{
-    QTemporaryDir dir;
-    MainWindow w;
-    const QString before = w.logPath;
-    QString error;
-    ModalAnswers answers({chooseFile(dir.filePath("missing/folder/log.txt")), readBox(&error)});
-    w.ui->actionSave->trigger();
-    QCOMPARE(answers.answered, 2);
-    QCOMPARE(error, QString("Error|Cannot open file: No such file or directory"));
-    QCOMPARE(w.logPath, before);
+    MainWindow again;
+    QCOMPARE(again.logPath, QFileInfo(dir.path()).absoluteFilePath());
 }
 
 void TestLogFile::loadReplacesView()
@@ -168,32 +139,36 @@ void TestLogFile::loadReplacesView()
     QCOMPARE(w.logPath, before);
 }
 
-void TestLogFile::loadFailure()
+void TestLogFile::failuresChangeNothing_data()
 {
+    QTest::addColumn<bool>("save");
+    QTest::addColumn<QString>("path"); // empty: the user cancels
+    QTest::addColumn<QString>("message");
+    QTest::newRow("save into a missing folder") << true << "missing/folder/log.txt"
+                                                << "Error|Cannot open file: No such file or directory";
     // A socket exists but cannot be opened as a file, not even by root.
+    QTest::newRow("load what is no file") << false << "socket.txt" << "File Error|Cannot open file: No such device or address";
+    QTest::newRow("save cancelled") << true << "" << "";
+    QTest::newRow("load cancelled") << false << "" << "";
+}
+
+void TestLogFile::failuresChangeNothing()
+{
+    QFETCH(bool, save);
+    QFETCH(QString, path);
+    QFETCH(QString, message);
     QTemporaryDir dir;
     QLocalServer socket;
     QVERIFY(socket.listen(dir.filePath("socket.txt")));
     MainWindow w;
     w.ui->textBrowserParsed->append("kept");
-    QString error;
-    ModalAnswers answers({chooseFile(dir.filePath("socket.txt")), readBox(&error)});
-    w.ui->actionLog->trigger();
-    QCOMPARE(answers.answered, 2);
-    QVERIFY2(error.startsWith("File Error|Cannot open file: "), qPrintable(error));
-    QCOMPARE(w.ui->textBrowserParsed->toPlainText(), QString("kept"));
-}
-
-void TestLogFile::cancelDoesNothing()
-{
-    MainWindow w;
-    w.ui->textBrowserParsed->append("kept");
     const QString before = w.logPath;
+    QString shown;
     auto reject = [](QWidget *d) { static_cast<QDialog *>(d)->reject(); };
-    ModalAnswers answers({reject, reject});
-    w.ui->actionSave->trigger();
-    w.ui->actionLog->trigger();
-    QCOMPARE(answers.answered, 2);
+    ModalAnswers answers(path.isEmpty() ? QList<ModalAnswers::Handler>{reject}
+                                        : QList<ModalAnswers::Handler>{chooseFile(dir.filePath(path)), readBox(&shown)});
+    (save ? w.ui->actionSave : w.ui->actionLog)->trigger();
+    QCOMPARE(shown, message);
     QCOMPARE(w.ui->textBrowserParsed->toPlainText(), QString("kept"));
     QCOMPARE(w.logPath, before);
 }
