@@ -8,10 +8,7 @@
 #include <QSerialPort>
 #include <QTemporaryDir>
 
-using Chunks = QList<QByteArray>;
-
-// Image bytes whose period does not divide the packet size, so a packet cut
-// from the wrong place shows.
+// Image bytes whose period does not divide the packet size, so a packet cut from the wrong place shows.
 static QByteArray image(int size)
 {
     QByteArray d(size, 0);
@@ -20,39 +17,31 @@ static QByteArray image(int size)
     return d;
 }
 
+static QByteArray hx(const char *hex) { return hexBytes(hex); }
+
 static QByteArray packet(int sequence, const QByteArray &body, quint16 crc)
 {
     return QByteArray(1, 0x02) + char(sequence >> 8) + char(sequence & 0xFF) + body + char(crc >> 8) + char(crc & 0xFF);
 }
 
-static Chunks bytewise(const QByteArray &bytes)
-{
-    Chunks c;
-    for (const char b : bytes)
-        c << QByteArray(1, b);
-    return c;
-}
-
 // INI for a 1000-byte image in two packets: chunk 768, total 2, version 1.0.
-static const QByteArray twoPacketIni = hexBytes("5550000003000002000003e8312e3000");
-static const QByteArray twoPacketIniPacket = packet(0, twoPacketIni, 0xB97E);
+static const QByteArray twoPacketIni = hx("5550000003000002000003e8312e3000");
+static const QByteArray iniPacket = packet(0, twoPacketIni, 0xB97E);
 static const QByteArray packet1of2 = packet(1, image(768), 0x9FE3);
-static const QByteArray packet2of2 = packet(2, image(1000).mid(768), 0x2EEC);
-static const QByteArray abcFrame = hexBytes("7E2409") + "163616"; // shows abc
+static const QByteArray abcFrame = hx("7E2409") + "163616"; // shows abc
 // The box up to its answer to the INI packet, noise before the token included.
-static const QByteArray opening = hexBytes("0055E916") + abcFrame + hexBytes("06");
-static const QByteArray gone; // a null DAT: the file is removed once chosen
+static const QByteArray opening = hx("0055E916") + abcFrame + hx("06");
 
-// One exchange: the image files, what the box sends and what it should get back.
+// Files (no INI: none chosen, a null DAT: removed once chosen), bytes from and to the box, label, state, bar values.
 struct Exchange
 {
-    QByteArray ini, dat; // ini empty: no image files chosen
-    Chunks fromBox;
+    QByteArray ini, dat;
+    QByteArrayList fromBox;
     QByteArray toBox;
     QString label;
     int state;
-    QList<int> progress{}; // the bar's values after it was set to 7
-    QStringList messages{};
+    QList<QVariantList> progress{};
+    bool oddNibble = false;
 };
 Q_DECLARE_METATYPE(Exchange)
 
@@ -75,12 +64,11 @@ struct Rig
     }
     bool files(const QByteArray &ini, const QByteArray &dat)
     {
-        for (const auto &[name, bytes] : {std::pair{"/INI_t.bin", ini}, std::pair{"/DAT_t.bin", dat}}) {
+        const auto write = [&](const char *name, const QByteArray &bytes) {
             QFile f(dir.path() + name);
-            if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size())
-                return false;
-        }
-        return fw.openFirmware(dir.path());
+            return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+        };
+        return write("/INI_t.bin", ini) && write("/DAT_t.bin", dat) && fw.openFirmware(dir.path());
     }
     QString label() const { return form.labelStatus->text(); }
 };
@@ -91,23 +79,17 @@ class TestFwUpgrade : public QObject
 private slots:
     void crc()
     {
-        const auto crc = [](const QByteArray &d) {
-            return int(Cal_CRC16(reinterpret_cast<const unsigned char *>(d.constData()), unsigned(d.size())));
-        };
-        QCOMPARE(crc("123456789"), 0x31C3);
-        QCOMPARE(crc("abc"), 0x9DD6);
-        QCOMPARE(crc(hexBytes("0200016162636022")), 0x0000); // a packet followed by its own CRC
+        QCOMPARE(int(Cal_CRC16(reinterpret_cast<const unsigned char *>("123456789"), 9)), 0x31C3);
+        QCOMPARE(int(Cal_CRC16(reinterpret_cast<const unsigned char *>("abc"), 3)), 0x9DD6);
     }
 
     void openFirmware_data()
     {
         QTest::addColumn<QStringList>("names"); // none: the folder is missing
         QTest::addColumn<bool>("ok");
-        QTest::newRow("matching pair among other files accepted")
-            << QStringList{"README", "INI_v2.1.bin", "notes.txt", "DAT_v2.1.bin"} << true;
+        QTest::newRow("pair among others accepted") << QStringList{"README", "INI_v2.1.bin", "DAT_v2.1.bin"} << true;
         QTest::newRow("names that differ after the prefix refused") << QStringList{"INI_a", "DAT_b"} << false;
         QTest::newRow("INI file alone refused, lower-case dat is no prefix") << QStringList{"INI_a", "dat_a"} << false;
-        QTest::newRow("DAT file alone refused, lower-case ini is no prefix") << QStringList{"ini_a", "DAT_a"} << false;
         QTest::newRow("missing folder refused") << QStringList{} << false;
     }
     void openFirmware()
@@ -117,7 +99,6 @@ private slots:
         Rig r;
         for (const QString &name : names)
             QVERIFY(QFile(r.dir.path() + "/" + name).open(QIODevice::WriteOnly));
-        r.form.labelStatus->setText("before");
         QCOMPARE(r.fw.openFirmware(names.isEmpty() ? r.dir.path() + "/none" : r.dir.path()), ok);
         QCOMPARE(r.label(), ok ? QString("File ok") : QString("File not found"));
         QCOMPARE(r.fw.upgradeCondition(), ok);
@@ -126,50 +107,39 @@ private slots:
     void exchange_data()
     {
         QTest::addColumn<Exchange>("x");
-        using F = FWUpgrade;
-        const int token = F::Rx_Token, up = F::Rx_UP, ini = F::Rx_INI, data = F::Rx_Data;
-        const QByteArray two = twoPacketIni, dat = image(1000), echoed = hexBytes("E9") + "abc";
-        const QByteArray opened = echoed + twoPacketIniPacket;
-        QTest::newRow("without image files the upgrade token is dropped, the log shown and echoed")
-            << Exchange{{}, {}, {hexBytes("1608") + abcFrame}, hexBytes("F7") + "abc", "abc", token};
-        QTest::newRow("repeated token dropped, frame split in two taken at its last byte, high half second")
-            << Exchange{two, dat, {hexBytes("16167E240541"), hexBytes("42")}, hexBytes("E9BA"), "\uFFFD", ini};
-        QTest::newRow("frame behind a repeated token waits for the next chunk")
-            << Exchange{two, dat, {hexBytes("16167E24054142")}, hexBytes("E9"), "File ok", up};
-        QTest::newRow("length byte below the header dropped; odd character count warns and pads")
-            << Exchange{two, dat, {hexBytes("167E2402"), hexBytes("7E2406") + "163"}, hexBytes("E961D2"), "a\uFFFD",
-                        ini, {}, {"text frame length below its header: 2", "Warning: Nibble array size is odd!"}};
+        const auto row = [](const char *name, const Exchange &x) { QTest::newRow(name) << x; };
+        const int token = FWUpgrade::Rx_Token, ini = FWUpgrade::Rx_INI, data = FWUpgrade::Rx_Data;
+        const QByteArray two = twoPacketIni, dat = image(1000), echoed = hx("E9") + "abc";
+        row("without image files the upgrade token is dropped, the log shown and echoed",
+            {{}, {}, {hx("1608") + abcFrame}, hx("F7") + "abc", "abc", token});
+        row("repeated token dropped, frame split in two taken at its last byte, high half second",
+            {two, dat, {hx("16167E240541"), hx("42")}, hx("E9BA"), "\uFFFD", ini});
+        row("length byte below the header dropped; odd character count warns and pads",
+            {two, dat, {hx("167E2402"), hx("7E2406") + "163"}, hx("E961D2"), "a\uFFFD", ini, {}, true});
         // An answer naming another packet is passed over.
-        const QByteArray box = opening + hexBytes("060000" "060002" "060001" "060002");
-        const QByteArray flashed = opened + packet1of2 + packet2of2;
-        QTest::newRow("1000-byte image in two packets, in one chunk")
-            << Exchange{two, dat, {box}, flashed, "Upgrade end", token, {0, 50, 100}};
-        QTest::newRow("1000-byte image in two packets, byte by byte")
-            << Exchange{two, dat, bytewise(box), flashed, "Upgrade end", token, {0, 50, 100}};
-        QTest::newRow("rejection of the awaited packet ends without a resend, of another is ignored")
-            << Exchange{two, dat, {opening + hexBytes("060000" "150002" "060001" "150002")}, flashed,
-                        "Upgrade was rejected", token, {0, 50, 100}};
-        const QByteArray oneIni = hexBytes("555000000300000100000003312e3100");
-        QTest::newRow("worked packet example: abc as packet 1 of 1")
-            << Exchange{oneIni, "abc", {opening + hexBytes("060000")},
-                        echoed + packet(0, oneIni, 0xBE18) + hexBytes("0200016162636022"), "Sequence : 1", data,
-                        {0, 100}};
-        const QByteArray emptyIni = hexBytes("555000000300000000000000302e3900");
-        QTest::newRow("total of 0 ends at the first answer")
-            << Exchange{emptyIni, dat, {opening + hexBytes("060000")}, echoed + packet(0, emptyIni, 0x44F4),
-                        "Upgrade end", token, {0}};
-        QTest::newRow("INI without its mark resets")
-            << Exchange{hexBytes("58590000030000010000000031"), dat, {opening}, echoed, "abc", token};
-        QTest::newRow("INI of 11 bytes resets with a message")
-            << Exchange{hexBytes("5550000003000001000000"), dat, {opening}, echoed, "abc", token, {},
-                        {"INI file too short: 11"}};
-        const QByteArray noEnd = hexBytes("785000000010000100000000322e35");
-        QTest::newRow("the P of the mark alone is enough, a version without an end shows the rest")
-            << Exchange{noEnd, dat, {opening}, echoed + packet(0, noEnd, 0xF846), "V : 2.5 Chunk : 16 Total : 1 ", data,
-                        {0}, {"INI version text has no end mark"}};
-        QTest::newRow("DAT file gone at the first packet resets")
-            << Exchange{two, gone, {opening + hexBytes("060000")}, opened, "V : 1.0 Chunk : 768 Total : 2 ", token, {0},
-                        {"cannot open"}};
+        const QByteArray box = opening + hx("060000" "060002" "060001" "060002");
+        const QByteArray flashed = echoed + iniPacket + packet1of2 + packet(2, dat.mid(768), 0x2EEC);
+        const QList<QVariantList> halves{{0}, {50}, {100}};
+        QByteArrayList oneByOne;
+        for (const char b : box)
+            oneByOne << QByteArray(1, b);
+        row("1000-byte image, two packets, in one chunk", {two, dat, {box}, flashed, "Upgrade end", token, halves});
+        row("1000-byte image, two packets, byte by byte", {two, dat, oneByOne, flashed, "Upgrade end", token, halves});
+        row("rejection of the awaited packet ends without a resend, of another is ignored", {two, dat,
+            {opening + hx("060000" "150002" "060001" "150002")}, flashed, "Upgrade was rejected", token, halves});
+        const QByteArray oneIni = hx("555000000300000100000003312e3100");
+        row("abc as packet 1 of 1 is 02 00 01 61 62 63 60 22", {oneIni, "abc", {opening + hx("060000")},
+            echoed + packet(0, oneIni, 0xBE18) + hx("0200016162636022"), "Sequence : 1", data, {{0}, {100}}});
+        const QByteArray emptyIni = hx("555000000300000000000000302e3900");
+        row("total of 0 ends at the first answer", {emptyIni, dat, {opening + hx("060000")},
+                                                    echoed + packet(0, emptyIni, 0x44F4), "Upgrade end", token, {{0}}});
+        row("INI without its mark resets", {hx("58590000030000010000000031"), dat, {opening}, echoed, "abc", token});
+        row("INI of 11 bytes resets", {hx("5550000003000001000000"), dat, {opening}, echoed, "abc", token});
+        const QByteArray noEnd = hx("785000000010000100000000322e35");
+        row("the P of the mark alone is enough, a version without an end shows the rest",
+            {noEnd, dat, {opening}, echoed + packet(0, noEnd, 0xF846), "V : 2.5 Chunk : 16 Total : 1 ", data, {{0}}});
+        row("DAT file gone at the first packet resets",
+            {two, {}, {opening + hx("060000")}, echoed + iniPacket, "V : 1.0 Chunk : 768 Total : 2 ", token, {{0}}});
     }
     void exchange()
     {
@@ -177,7 +147,7 @@ private slots:
         Rig r;
         if (!x.ini.isEmpty())
             QVERIFY(r.files(x.ini, x.dat) && (!x.dat.isNull() || QFile::remove(r.fw.datPath)));
-        r.form.progressBar->setValue(7);
+        r.form.progressBar->setValue(7); // so that setting 0 shows
         QSignalSpy ended(&r.fw, &FWUpgrade::upgradeEnd);
         QSignalSpy bar(r.form.progressBar, &QProgressBar::valueChanged);
         r.fw.upgradeRunning = true;
@@ -187,18 +157,13 @@ private slots:
         QCOMPARE(r.pty.readAtLeast(1, 150), QByteArray());
         QCOMPARE(r.label(), x.label);
         QCOMPARE(int(r.fw.rxState), x.state);
-        QList<int> values;
-        for (const auto &args : bar)
-            values << args.at(0).toInt();
-        QCOMPARE(values, x.progress);
+        QCOMPARE(QList<QVariantList>(bar), x.progress);
         const bool end = x.label == "Upgrade end";
         QCOMPARE(ended.count(), end ? 1 : 0);
         QCOMPARE(r.fw.upgradeRunning, !end);
-        QVERIFY(!end || !r.fw.stallTimer->isActive());
         // Nothing sent is left waiting for an answer once back at the token.
         QVERIFY(x.state != FWUpgrade::Rx_Token || !r.fw.responseTimer.isActive());
-        for (const QString &m : x.messages)
-            QVERIFY2(r.log.contains(m), qPrintable(r.log.messages().join('\n')));
+        QCOMPARE(r.log.contains("Warning: Nibble array size is odd!"), x.oddNibble);
     }
 
     // A silent box: the token's answer, then a DAT packet, each sent four times before a reset.
@@ -207,26 +172,16 @@ private slots:
         Rig r;
         QVERIFY(r.files(twoPacketIni, image(1000)));
         r.fw.responseTimeoutMs = 150; // the same path as the 5 s of the box, sooner
-        QStringList seen;
-        const auto resets = [&] {
-            return waitUntil([&] {
-                if (r.label().startsWith("Response") && !seen.contains(r.label()))
-                    seen << r.label();
-                return r.fw.rxState == FWUpgrade::Rx_Token && !r.fw.responseTimer.isActive();
-            });
-        };
-        r.fw.upgradeHandling(hexBytes("16"));
-        QVERIFY(resets());
-        r.fw.upgradeHandling(opening + hexBytes("060000"));
-        QVERIFY(resets());
-        QCOMPARE(seen, (QStringList{"Response Timeout 1 sequence 0", "Response Timeout 2 sequence 0",
-                                    "Response Timeout 3 sequence 0", "Response Timeout 1 sequence 1",
-                                    "Response Timeout 2 sequence 1", "Response Timeout 3 sequence 1"}));
-        const QByteArray e9 = hexBytes("E9"), p1 = packet1of2;
-        const QByteArray sent = e9 + e9 + e9 + e9 + e9 + "abc" + twoPacketIniPacket + p1 + p1 + p1 + p1;
+        const auto reset = [&] { return r.fw.rxState == FWUpgrade::Rx_Token && !r.fw.responseTimer.isActive(); };
+        r.fw.upgradeHandling(hx("16"));
+        QVERIFY(waitUntil(reset, 20000));
+        QCOMPARE(r.label(), QString("Response Timeout 3 sequence 0"));
+        r.fw.upgradeHandling(opening + hx("060000"));
+        QVERIFY(waitUntil(reset, 20000));
+        QCOMPARE(r.label(), QString("Response Timeout 3 sequence 1"));
+        const QByteArray sent = hx("E9E9E9E9E9") + "abc" + iniPacket + packet1of2.repeated(4);
         QCOMPARE(r.pty.readAtLeast(int(sent.size())), sent);
         QCOMPARE(r.pty.readAtLeast(1, 150), QByteArray());
-        QVERIFY(r.log.contains("resent answer carries no sequence number: E9"));
     }
 };
 
