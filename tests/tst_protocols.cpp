@@ -3,7 +3,6 @@
 
 #include "app/mainwindow.h"
 #include "link/frame.h"
-#include "protocols/bustransfer.h"
 #include "protocols/iebus.h"
 #include "protocols/rs232.h"
 #include "protocols/vsi.h"
@@ -13,32 +12,25 @@
 #include <QTextBlock>
 #include <QTextBrowser>
 
-namespace {
+static const QString in = QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;");
 
-const QString in = QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;");
-
-QByteArray iebusFrame(quint32 start, quint32 end, const char *payloadHex)
-{
-    return busFrame(start, end, 0, 4, hexBytes("0102") + hexBytes(payloadHex));
-}
-
-// A window whose renderer for `mode` has its tick at `end` (a master line also clears a pending VTS sync mark; the
-// ticks are process-wide), its view holding only a marker, so that every later line is a paragraph of its own.
-// expect(): the marker and then exactly these fragments, one append each; line by line from the first paragraph on.
+// A window with the (process-wide) tick of `mode` at 100, no VTS sync pending, and only a marker in its view.
 struct View
 {
     MainWindow w;
 
-    View(int mode, quint32 end)
+    explicit View(int mode)
     {
-        feed(mode, busFrame(0, end, 0, mode, QByteArray()));
+        feed(busFrame(0, 100, 0, mode, QByteArray()));
         w.ui->textBrowserParsed->setHtml("marker");
     }
-    void feed(int mode, const QByteArray &frame)
+    void feed(const QByteArray &frame)
     {
+        const int mode = frame.at(BoxFrame::modeOffset);
         mode == 1 ? w.vsi->packageProcess(frame) : mode == 2 ? w.vts->packageProcess(frame)
                   : mode == 4 ? w.iebus->packageProcess(frame) : w.rs232->packageProcess(frame);
     }
+    // The marker and then exactly these fragments, one append each; line by line from the first paragraph on.
     void expect(const QStringList &lines)
     {
         QTextBrowser expected;
@@ -48,8 +40,6 @@ struct View
     }
 };
 
-} // namespace
-
 class TestProtocols : public QObject
 {
     Q_OBJECT
@@ -57,132 +47,99 @@ private slots:
     void init() { writeSettingsIni(); }
     void cleanupTestCase() { removeSettingsIni(); }
 
-    void lines_data();
-    void lines();
-    void vtsSequences_data();
-    void vtsSequences();
-    void interpretors();
+    void lines_data()
+    {
+        QTest::addColumn<int>("flags"); // IEBus: unchecked boxes 1 remote, 2 button, 4 amount; 8 switch off
+        QTest::addColumn<QByteArray>("frame");
+        QTest::addColumn<QString>("expected"); // null: dropped
+        // IEBus payload: broadcast bit, master, slave, control, length, data, then the sum.
+        const auto ie = [](const char *hex, quint32 start = 100) { return busFrame(start, 110, 0, 4, hexBytes("0102") + hexBytes(hex)); };
+        // Each row starts from an end tick of 100 and the IEBus colour gray, which IEBus never picks.
+        QTest::newRow("VSI unknown direction is an empty paragraph") << 0 << busFrame(107, 110, 2, 1, hexBytes("020501A2")) << "";
+        QTest::newRow("VSI first direction blue, gap across the wrap")
+            << 0 << busFrame(95, 98, 0, 1, hexBytes("0AFF")) << "<span style='color: blue;'>4294967291 : 0A FF</span>";
+        QTest::newRow("232 empty payload, direction 1 green") << 0 << busFrame(100, 105, 1, 3, QByteArray()) << "<span style='color: green;'>0000 : </span>";
+        QTest::newRow("individual display request from the unit is black, two rows") << 0 << ie("01080008C00F01C1A2", 107)
+            << "<span style='color: black;'>0007 : 01 08 00 08 C0 0F 01 C1<br>" + in + "individual<br>" + in + "Display request control</span>";
+        QTest::newRow("broadcast from the remote green, shown with amount and button hidden") << 6 << ie("00090108000F01CBED")
+            << "<span style='color: green;'>0000 : 00 09 01 08 00 0F 01 CB<br>" + in + "broadcast<br>" + in + "Hot and cold batch display control</span>";
+        QTest::newRow("one-byte record has no address to filter or colour by")
+            << 7 << ie("0000") << "<span style='color: green;'>0000 : 00<br>" + in + "broadcast</span>";
+        QTest::newRow("switch off keeps the last colour")
+            << 8 << ie("01080008C00F01C1A2") << "<span style='color: gray;'>0000 : 01 08 00 08 C0 0F 01 C1</span>";
+        QTest::newRow("button traffic to the last button address hidden") << 2 << ie("01080008BFD0") << QString();
+        QTest::newRow("button traffic from a button address hidden") << 2 << ie("010880080091") << QString();
+        QTest::newRow("address past the buttons still shown")
+            << 2 << ie("01080008C0D1") << "<span style='color: black;'>0000 : 01 08 00 08 C0<br>" + in + "individual</span>";
+        QTest::newRow("remote hidden from the unit") << 1 << ie("010800090113") << QString();
+        QTest::newRow("amount hidden towards the unit") << 4 << ie("010932080044") << QString();
+        QTest::newRow("wrong checksum shown red despite the filters")
+            << 7 << ie("010932080045") << "<span style='color: red;'>0000 : 01 09 32 08 00 45</span>";
+        QTest::newRow("empty payload, even one short of the address bytes, red")
+            << 0 << busFrame(100, 110, 0, 4, hexBytes("01")) << "<span style='color: red;'>0000 : </span>";
+    }
+    void lines()
+    {
+        QFETCH(int, flags);
+        QFETCH(QByteArray, frame);
+        QFETCH(QString, expected);
+        writeSettingsIni({{"iebusRemote", !(flags & 1)}, {"iebusButton", !(flags & 2)}, {"iebusAmount", !(flags & 4)},
+                          {"interpret", !(flags & 8)}});
+        View v(frame.at(BoxFrame::modeOffset));
+        v.w.iebus->color = "gray";
+        v.feed(frame);
+        v.expect(expected.isNull() ? QStringList() : QStringList{expected});
+        // A shown frame moves the tick on, whatever its direction; a dropped one (all end at 110) leaves it at 100.
+        v.feed(busFrame(be32(frame, BoxFrame::endTickOffset) + 12, 0, 0, frame.at(BoxFrame::modeOffset), QByteArray()));
+        QCOMPARE(v.w.ui->textBrowserParsed->document()->lastBlock().text(), QString(expected.isNull() ? "0022 : " : "0012 : "));
+    }
+
+    void vtsSequences_data()
+    {
+        QTest::addColumn<QList<QByteArray>>("frames");
+        QTest::addColumn<QStringList>("expected");
+        // Each row starts from an end tick of 100; direction 2 is the sync mark.
+        const QByteArray sync = busFrame(0, 4095, 2, 2, QByteArray());
+        const QString mark = "<span style='color:white;background-color:#297EA3;'>";
+        QTest::newRow("only the first master byte after a sync marked, gap from before it")
+            << QList<QByteArray>{sync, busFrame(107, 110, 0, 2, hexBytes("5A0102")), busFrame(110, 111, 0, 2, hexBytes("5A"))}
+            << QStringList{"<span style='color: blue;'>0007 : M-> </span>" + mark + "5A</span><span style='color:blue;'> 01 02</span>",
+                           "<span style='color: blue;'>0000 : M-> 5A</span>"};
+        QTest::newRow("two syncs act as one, a lone marked byte leaves an empty span")
+            << QList<QByteArray>{sync, sync, busFrame(101, 110, 1, 2, hexBytes("02"))}
+            << QStringList{"<span style='color:green;'>0001 : S-> </span>" + mark + "02</span><span style='color:green;'></span>"};
+        QTest::newRow("sync survives a frame too short for a transfer and an unknown direction, which moves the tick")
+            << QList<QByteArray>{sync, busFrame(101, 102, 0, 2, QByteArray()).left(17), busFrame(150, 200, 5, 2, hexBytes("99")),
+                                 busFrame(230, 240, 1, 2, hexBytes("1122"))}
+            << QStringList{"<span style='color:green;'>0030 : S-> </span>" + mark + "11</span><span style='color:green;'> 22</span>"};
+    }
+    void vtsSequences()
+    {
+        QFETCH(QList<QByteArray>, frames);
+        QFETCH(QStringList, expected);
+        View v(2);
+        for (const QByteArray &f : frames)
+            v.feed(f);
+        v.expect(expected);
+    }
+
+    // The record interpreters: VSI's, which no line shows, and IEBus's, which picks the colour even with the switch off.
+    void interpretors()
+    {
+        QCOMPARE(VSI::interpretor(hexBytes("020501A2")), QString("POLL"));
+        QCOMPARE(VSI::interpretor(hexBytes("020501BC")), QString("Unknow CMD 0xbc"));
+        QCOMPARE(VSI::interpretor(hexBytes("020501")), QString("Length error"));
+        QCOMPARE(VSI::interpretor(hexBytes("020C01E001FB1A2B")),
+                 "SERVICE_RPT <br>" + in + "Door: open<br>" + in + "Temperature: -5 C<br>" + in + "Fault code: 0x1a2b");
+        QCOMPARE(VSI::interpretor(hexBytes("020E01E2000F42403C02")),
+                 "INFO_RPT<br>" + in + "Machine ID: 1000000<br>" + in + "Columns: 60<br>" + in + "Decimal places: 2");
+        MainWindow w;
+        QCOMPARE(w.iebus->interpretor(hexBytes("01080009320F0181")), in + "individual<br>" + in + "Serial number registration requirement");
+        w.interpret = false;
+        QCOMPARE(w.iebus->interpretor(hexBytes("0108010800")), QString());
+        QCOMPARE(w.iebus->color, QString("green"));
+    }
 };
-
-void TestProtocols::lines_data()
-{
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<int>("flags"); // IEBus: unchecked boxes 1 remote, 2 button, 4 amount; 8 switch off
-    QTest::addColumn<QByteArray>("frame");
-    QTest::addColumn<QString>("expected"); // null: dropped
-    // Each row starts from an end tick of 100 and the IEBus colour gray, which IEBus never picks.
-    QTest::newRow("VSI unknown direction is an empty paragraph") << 1 << 0 << busFrame(107, 110, 2, 1, hexBytes("020501A2")) << "";
-    QTest::newRow("VSI first direction blue, gap across the wrap")
-        << 1 << 0 << busFrame(95, 98, 0, 1, hexBytes("0AFF")) << "<span style='color: blue;'>4294967291 : 0A FF</span>";
-    QTest::newRow("232 empty payload, direction 1 green") << 3 << 0 << busFrame(100, 105, 1, 3, QByteArray()) << "<span style='color: green;'>0000 : </span>";
-    // IEBus payload: broadcast bit, master, slave, control, length, data, then the sum.
-    QTest::newRow("individual display request from the unit is black, two rows") << 4 << 0 << iebusFrame(107, 110, "01080008C00F01C1A2")
-        << "<span style='color: black;'>0007 : 01 08 00 08 C0 0F 01 C1<br>" + in + "individual<br>" + in + "Display request control</span>";
-    QTest::newRow("broadcast from the remote green, shown with amount and button hidden") << 4 << 6 << iebusFrame(100, 110, "00090108000F01CBED")
-        << "<span style='color: green;'>0000 : 00 09 01 08 00 0F 01 CB<br>" + in + "broadcast<br>" + in + "Hot and cold batch display control</span>";
-    QTest::newRow("C1 known only for individual frames")
-        << 4 << 0 << iebusFrame(100, 110, "00080008C00F01C1A1") << "<span style='color: black;'>0000 : 00 08 00 08 C0 0F 01 C1<br>" + in + "broadcast</span>";
-    QTest::newRow("one-byte record has no address to filter or colour by")
-        << 4 << 7 << iebusFrame(100, 110, "0000") << "<span style='color: green;'>0000 : 00<br>" + in + "broadcast</span>";
-    QTest::newRow("switch off keeps the last colour")
-        << 4 << 8 << iebusFrame(100, 110, "01080008C00F01C1A2") << "<span style='color: gray;'>0000 : 01 08 00 08 C0 0F 01 C1</span>";
-    QTest::newRow("button traffic to the last button address hidden") << 4 << 2 << iebusFrame(100, 110, "01080008BFD0") << QString();
-    QTest::newRow("button traffic from a button address hidden") << 4 << 2 << iebusFrame(100, 110, "010880080091") << QString();
-    QTest::newRow("address past the buttons still shown")
-        << 4 << 2 << iebusFrame(100, 110, "01080008C0D1") << "<span style='color: black;'>0000 : 01 08 00 08 C0<br>" + in + "individual</span>";
-    QTest::newRow("remote hidden from the unit") << 4 << 1 << iebusFrame(100, 110, "010800090113") << QString();
-    QTest::newRow("remote hidden towards the unit") << 4 << 1 << iebusFrame(100, 110, "010901080013") << QString();
-    QTest::newRow("amount hidden towards the unit") << 4 << 4 << iebusFrame(100, 110, "010932080044") << QString();
-    QTest::newRow("wrong checksum shown red despite the filters")
-        << 4 << 7 << iebusFrame(100, 110, "010932080045") << "<span style='color: red;'>0000 : 01 09 32 08 00 45</span>";
-    QTest::newRow("empty payload, even one short of the address bytes, red")
-        << 4 << 0 << busFrame(100, 110, 0, 4, hexBytes("01")) << "<span style='color: red;'>0000 : </span>";
-    QTest::newRow("VSI frame one byte short of a transfer") << 1 << 0 << busFrame(101, 110, 0, 1, QByteArray()).left(17) << QString();
-    QTest::newRow("IEBus frame one byte short of a transfer") << 4 << 0 << busFrame(101, 110, 0, 4, QByteArray()).left(17) << QString();
-}
-
-void TestProtocols::lines()
-{
-    QFETCH(int, mode);
-    QFETCH(int, flags);
-    QFETCH(QByteArray, frame);
-    QFETCH(QString, expected);
-    const Iebus::Filters filters{!(flags & 1), !(flags & 2), !(flags & 4)};
-    QString color = "gray";
-    const QString line = mode == 4 ? Iebus::line(frame, 100, filters, !(flags & 8), &color) : plainLine(frame, 100);
-    QCOMPARE(line, expected);
-    QCOMPARE(line.isNull(), expected.isNull());
-
-    writeSettingsIni({{"iebusRemote", filters.remote}, {"iebusButton", filters.button}, {"iebusAmount", filters.amount}, {"interpret", !(flags & 8)}});
-    View v(mode, 100);
-    v.w.iebus->color = "gray";
-    MessageLog log;
-    v.feed(mode, frame);
-    QCOMPARE(log.contains("too short"), frame.size() < 18);
-    v.expect(expected.isNull() ? QStringList() : QStringList{expected});
-
-    // A shown frame moves the tick on, whatever its direction; a dropped one (all end at 110) leaves it at 100.
-    v.feed(mode, busFrame(be32(frame, BoxFrame::endTickOffset) + 12, 0, 0, mode, QByteArray()));
-    QCOMPARE(v.w.ui->textBrowserParsed->document()->lastBlock().text(), QString(expected.isNull() ? "0022 : " : "0012 : "));
-}
-
-void TestProtocols::vtsSequences_data()
-{
-    QTest::addColumn<QList<QByteArray>>("frames");
-    QTest::addColumn<QStringList>("expected");
-    // Each row starts from an end tick of 100; direction 2 is the sync mark.
-    const QByteArray sync = busFrame(0, 4095, 2, 2, QByteArray());
-    const QString mark = "<span style='color:white;background-color:#297EA3;'>";
-    QTest::newRow("only the first master byte after a sync marked, gap from before it")
-        << QList<QByteArray>{sync, busFrame(107, 110, 0, 2, hexBytes("5A0102")), busFrame(110, 111, 0, 2, hexBytes("5A"))}
-        << QStringList{"<span style='color: blue;'>0007 : M-> </span>" + mark + "5A</span><span style='color:blue;'> 01 02</span>",
-                       "<span style='color: blue;'>0000 : M-> 5A</span>"};
-    QTest::newRow("two syncs act as one, a lone marked byte leaves an empty span")
-        << QList<QByteArray>{sync, sync, busFrame(101, 110, 1, 2, hexBytes("02")), busFrame(111, 112, 1, 2, hexBytes("03"))}
-        << QStringList{"<span style='color:green;'>0001 : S-> </span>" + mark + "02</span><span style='color:green;'></span>",
-                       "<span style='color: green;'>0001 : S-> 03</span>"};
-    QTest::newRow("sync survives a frame too short for a transfer and an unknown direction, which moves the tick")
-        << QList<QByteArray>{sync, busFrame(101, 102, 0, 2, QByteArray()).left(17), busFrame(150, 200, 5, 2, hexBytes("99")),
-                             busFrame(230, 240, 1, 2, hexBytes("1122"))}
-        << QStringList{"<span style='color:green;'>0030 : S-> </span>" + mark + "11</span><span style='color:green;'> 22</span>"};
-    QTest::newRow("empty transfer after a sync clears the mark")
-        << QList<QByteArray>{sync, busFrame(100, 100, 0, 2, QByteArray()), busFrame(100, 100, 0, 2, hexBytes("01"))}
-        << QStringList{"<span style='color: blue;'>0000 : M-> </span>" + mark + "</span><span style='color:blue;'></span>",
-                       "<span style='color: blue;'>0000 : M-> 01</span>"};
-}
-
-void TestProtocols::vtsSequences()
-{
-    QFETCH(QList<QByteArray>, frames);
-    QFETCH(QStringList, expected);
-    View v(2, 100);
-    QStringList emitted;
-    connect(v.w.vts, &VTS::showTranslation, this, [&] { emitted << v.w.vts->translation; });
-    for (const QByteArray &f : frames)
-        v.feed(2, f);
-    QCOMPARE(emitted, expected);
-    v.expect(expected);
-}
-
-// The record interpreters: VSI's, which no line shows, and IEBus's, which picks the colour even with the switch off.
-void TestProtocols::interpretors()
-{
-    QCOMPARE(VSI::interpretor(hexBytes("020501A2")), QString("POLL"));
-    QCOMPARE(VSI::interpretor(hexBytes("020501BC")), QString("Unknow CMD 0xbc"));
-    QCOMPARE(VSI::interpretor(hexBytes("020501")), QString("Length error"));
-    QCOMPARE(VSI::interpretor(hexBytes("020C01E001FB1A2B")),
-             "SERVICE_RPT <br>" + in + "Door: open<br>" + in + "Temperature: -5 C<br>" + in + "Fault code: 0x1a2b");
-    QCOMPARE(VSI::interpretor(hexBytes("020C01E00000")), "SERVICE_RPT <br>" + in + "Length error");
-    // The configuration report's rows follow the name's own break.
-    QCOMPARE(VSI::interpretor(hexBytes("020E01E2000F42403C02")),
-             "INFO_RPT<br>" + in + "Machine ID: 1000000<br>" + in + "Columns: 60<br>" + in + "Decimal places: 2");
-
-    MainWindow w;
-    QCOMPARE(w.iebus->interpretor(hexBytes("01080009320F0181")), in + "individual<br>" + in + "Serial number registration requirement");
-    QCOMPARE(w.iebus->color, QString("black"));
-    w.interpret = false;
-    QCOMPARE(w.iebus->interpretor(hexBytes("0108010800")) + w.iebus->color, QString("green"));
-}
 
 QTEST_MAIN(TestProtocols)
 #include "tst_protocols.moc"
