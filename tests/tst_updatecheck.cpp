@@ -96,6 +96,8 @@ private slots:
         QTest::newRow("firmware manifest missing") << fw << QByteArray() << v << QStringList{"Update check failed: "
             "Error transferring $SERVER/updates/Tallybox/Firmware/update.json - server replied: Not Found"};
         QTest::newRow("cut") << fw << QByteArray("{") << v << QStringList{"Invalid update json: unterminated object"};
+        QTest::newRow("too large") << fw << QByteArray(2 << 20, ' ') << v
+                                   << QStringList{"Update check failed: manifest larger than 1 MiB"};
         QTest::newRow("COF missing") << fw << json("{'version': '9.0', " + files) << v << missing;
         QTest::newRow("COF empty") << fw << json("{'version': '9.0', 'COF': '', " + files) << v << missing;
         QTest::newRow("local program") << applicationPath << json("{'version': '9.0', 'url': 'file:///bin/sh'}") << v
