@@ -25,6 +25,16 @@ namespace {
 // A manifest is a few hundred bytes; a server that sends more is not one.
 constexpr qint64 maxManifestBytes = 1024 * 1024;
 
+// The built-in default server sits under the reserved .invalid domain until a
+// real one is configured; asking it would only cost a lookup bound to fail.
+bool placeholderServer(const QString &base)
+{
+    const bool placeholder = QUrl(base).host().endsWith(QLatin1String(".invalid"));
+    if (placeholder)
+        qDebug().noquote() << "Update server not configured:" << base;
+    return placeholder;
+}
+
 QNetworkReply *getManifest(QNetworkAccessManager *manager, const QString &url)
 {
     QNetworkReply *reply = manager->get(QNetworkRequest(QUrl(url)));
@@ -65,7 +75,7 @@ bool askYesNo(QWidget *parent, const QString &title, const QString &text)
 
 void MainWindow::checkForUpdates()
 {
-    if (!settings->checkBoxUpdate->isChecked())
+    if (!settings->checkBoxUpdate->isChecked() || placeholderServer(updateServer))
         return;
     // Tied to the window that made it; a later window makes its own.
     static QPointer<QNetworkAccessManager> manager;
@@ -81,6 +91,8 @@ void MainWindow::checkForUpdatesFirmware()
         return;
     // Cleared before sending: a failed check is not retried in this run.
     firmwareCheckPending = false;
+    if (placeholderServer(updateServer))
+        return;
     static QPointer<QNetworkAccessManager> manager;
     if (!manager)
         manager = new QNetworkAccessManager(this);

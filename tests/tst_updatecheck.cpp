@@ -147,6 +147,18 @@ private slots:
         QVERIFY(waitUntil([&] { return server->requests == QStringList{firmwarePath}; }, 10000));
     }
 
+    // The built-in placeholder server is never looked up, not even on a first start.
+    void placeholderServerNeverAsked()
+    {
+        writeSettingsIni({{"Update", true}, {"updateServer", "https://updates.vendscope.invalid"}});
+        MessageLog log;
+        MainWindow w;
+        w.checkForUpdatesFirmware();
+        QTest::qWait(50); // the start-up check runs from the event loop
+        QCOMPARE(log.count("Update server not configured: https://updates.vendscope.invalid"), 2);
+        QVERIFY(!w.firmwareCheckPending);
+    }
+
     // The simulator reports XYZ_1.0.0, the server offers 1.1.0, the user agrees: the image reaches the box.
     void newFirmwareReachesTheBox()
     {
