@@ -1,6 +1,8 @@
 // The log view as it fills: the cost of one appended MDB line when the view
 // holds 10 000 lines against 200 000 (it must stay flat), and the memory a
 // shown line takes once 200 000 are there. Times are the GUI thread's CPU.
+#include "benchsupport.h"
+
 #include "app/mainwindow.h"
 #include "link/frame.h"
 #include "mdb/mdb.h"
@@ -18,26 +20,11 @@
 
 namespace {
 
+using namespace Bench;
+
 constexpr int smallView = 10000;
 constexpr int largeView = 200000;
 constexpr int sample = 2000; // appends timed at each size
-constexpr double linkFramesPerSecond = 576.0;
-
-double threadCpuSeconds()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) + double(t.tv_nsec) / 1e9;
-}
-
-long rssBytes()
-{
-    QFile statm("/proc/self/statm");
-    if (!statm.open(QIODevice::ReadOnly))
-        return 0;
-    const QList<QByteArray> fields = statm.readAll().split(' ');
-    return fields.size() > 1 ? fields[1].toLong() * sysconf(_SC_PAGESIZE) : 0;
-}
 
 // The VMC's POLL and the changer's ACK, one line each, as a machine idles.
 QByteArray frame(int i)
@@ -75,16 +62,9 @@ double fillTo(QApplication &app, MainWindow &w, int &next, int lines, int timed)
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    useOffscreen();
     QApplication app(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    {
-        QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
-        ini.clear();
-        ini.setValue("Update", false);
-        ini.setValue("updateServer", "http://127.0.0.1:9");
-    }
+    quietWindowSettings();
     MainWindow w;
     w.show();
     app.processEvents();

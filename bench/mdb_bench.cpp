@@ -1,5 +1,7 @@
 // Throughput of the MDB analyser on a recorded-like session: the line builder
 // alone, then packageProcess with the real log view (offscreen).
+#include "benchsupport.h"
+
 #include "app/mainwindow.h"
 #include "link/frame.h"
 #include "mdb/mdb.h"
@@ -18,9 +20,9 @@
 
 namespace {
 
+using namespace Bench;
+
 constexpr int minimumMessages = 100000;
-// 115200 baud, 10 bits a byte, about 20 bytes a box frame.
-constexpr double linkFramesPerSecond = 576.0;
 
 enum Mark { NoMark, FirstMark, LastMark };
 
@@ -144,15 +146,6 @@ QVector<QByteArray> buildSession()
     return s.frames;
 }
 
-long rssBytes()
-{
-    QFile statm("/proc/self/statm");
-    if (!statm.open(QIODevice::ReadOnly))
-        return 0;
-    const QList<QByteArray> fields = statm.readAll().split(' ');
-    return fields.size() > 1 ? fields[1].toLong() * sysconf(_SC_PAGESIZE) : 0;
-}
-
 struct Pass
 {
     int shown = 0;
@@ -190,11 +183,9 @@ void report(const char *what, int messages, double seconds)
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    useOffscreen();
     QApplication app(argc, argv);
-    // Quiet: the window's own debug output is not what is measured.
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    quietWindowSettings();
 
     const QVector<QByteArray> frames = buildSession();
     qint64 bytes = 0;
@@ -212,13 +203,6 @@ int main(int argc, char **argv)
     std::printf("  shown %d of %lld with Poll unchecked; %.0f characters a line\n", filtered.shown,
                 static_cast<long long>(frames.size()), double(all.characters) / all.shown);
 
-    // The window keeps settings.ini beside the executable: no update check.
-    {
-        QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
-        ini.clear();
-        ini.setValue("Update", false);
-        ini.setValue("updateServer", "http://127.0.0.1:9");
-    }
     MainWindow w;
     w.show();
     app.processEvents();

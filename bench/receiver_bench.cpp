@@ -2,6 +2,8 @@
 // port hands them over, cut into frames, checked and dispatched, with the lamp
 // and the watchdog done for every frame, but no line rendered. Times are the
 // GUI thread's CPU time, so a busy machine does not blur them.
+#include "benchsupport.h"
+
 #include "app/mainwindow.h"
 #include "link/frame.h"
 #include "settings/settings.h"
@@ -16,17 +18,9 @@
 
 namespace {
 
-// 115200 baud, ten bits a byte on the line.
-constexpr double linkBytesPerSecond = 11520.0;
-constexpr double linkMinimalFramesPerSecond = 576.0; // frames of about 20 bytes
-constexpr int frameCount = 200000;
+using namespace Bench;
 
-double threadCpuSeconds()
-{
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) + double(t.tv_nsec) / 1e9;
-}
+constexpr int frameCount = 200000;
 
 // An MDB POLL as a bus-data frame, 22 bytes.
 QByteArray pollFrame(quint32 tick, int mode)
@@ -58,23 +52,16 @@ void run(MainWindow &w, const char *what, const QList<QByteArray> &chunks, int f
     const double seconds = threadCpuSeconds() - start;
     const double rate = frames / seconds;
     std::printf("%-46s %9.0f frames/s %6.2f us a frame %8.1f x link limit (%.0f x its bytes/s)\n", what, rate,
-                1e6 * seconds / frames, rate / linkMinimalFramesPerSecond, (bytes / seconds) / linkBytesPerSecond);
+                1e6 * seconds / frames, rate / linkFramesPerSecond, (bytes / seconds) / linkBytesPerSecond);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+    useOffscreen();
     QApplication app(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    {
-        QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
-        ini.clear();
-        ini.setValue("Update", false);
-        ini.setValue("updateServer", "http://127.0.0.1:9");
-    }
+    quietWindowSettings();
     MainWindow w;
     w.show();
     app.processEvents();
@@ -86,7 +73,7 @@ int main(int argc, char **argv)
     for (int i = 0; i < frameCount; ++i)
         stream += pollFrame(quint32(i) * 4, 1);
     std::printf("%d bus-data frames of %lld bytes; link limit %.0f frames/s, %.0f bytes/s\n", frameCount,
-                static_cast<long long>(stream.size() / frameCount), linkMinimalFramesPerSecond, linkBytesPerSecond);
+                static_cast<long long>(stream.size() / frameCount), linkFramesPerSecond, linkBytesPerSecond);
 
     run(w, "one read per frame", chunked(stream, int(stream.size() / frameCount)), frameCount, stream.size());
     run(w, "reads of 64 bytes (frames cut across reads)", chunked(stream, 64), frameCount, stream.size());

@@ -1,0 +1,55 @@
+#ifndef BENCHSUPPORT_H
+#define BENCHSUPPORT_H
+
+// What the benchmarks share: the link's limits, CPU time and memory readings,
+// and a quiet window whose settings.ini never asks an update server.
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QFile>
+#include <QList>
+#include <QSettings>
+
+#include <ctime>
+#include <unistd.h>
+
+namespace Bench {
+
+constexpr double linkBytesPerSecond = 11520.0; // 115200 baud, ten bits a byte
+constexpr double linkFramesPerSecond = 576.0;  // minimal box frames of about 20 bytes
+
+inline double threadCpuSeconds()
+{
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return double(t.tv_sec) + double(t.tv_nsec) / 1e9;
+}
+
+inline long rssBytes()
+{
+    QFile statm("/proc/self/statm");
+    if (!statm.open(QIODevice::ReadOnly))
+        return 0;
+    const QList<QByteArray> fields = statm.readAll().split(' ');
+    return fields.size() > 1 ? fields[1].toLong() * sysconf(_SC_PAGESIZE) : 0;
+}
+
+// Before the application object exists.
+inline void useOffscreen()
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
+// After it: the window's debug output is not what is measured.
+inline void quietWindowSettings()
+{
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+    ini.clear();
+    ini.setValue("Update", false);
+    ini.setValue("updateServer", "http://127.0.0.1:9");
+}
+
+} // namespace Bench
+
+#endif // BENCHSUPPORT_H
