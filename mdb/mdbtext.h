@@ -5,6 +5,8 @@
 // sixteen-value rows, the trailing "<br>" removal, the BCD country code line
 // and the {code, text} tables with their one lookup helper.
 
+#include "link/codetext.h"
+
 #include <QString>
 #include <QtGlobal>
 
@@ -43,21 +45,8 @@ inline QString hex2(unsigned v)
 // "%1Length error" with the field indent.
 QString fieldLengthError();
 
-struct CodeText
-{
-    int code;
-    const char *text;
-};
-
-// Text of the entry whose code matches, or fallback (may be nullptr).
-template <std::size_t N>
-constexpr const char *lookup(const CodeText (&table)[N], int code, const char *fallback = nullptr)
-{
-    for (const CodeText &e : table)
-        if (e.code == code)
-            return e.text;
-    return fallback;
-}
+using ::CodeText;
+using ::lookup;
 
 } // namespace MdbText
 

@@ -1,6 +1,7 @@
 #include "protocols/iebus.h"
 
 #include "app/mainwindow.h"
+#include "link/codetext.h"
 #include "link/frame.h"
 #include "mdb/mdb.h"
 #include "protocols/bustransfer.h"
@@ -30,19 +31,13 @@ constexpr quint16 amountAddress = 0x932;
 constexpr quint16 buttonFirst = 0x880;
 constexpr quint16 buttonLast = 0x8BF;
 
-struct Message
-{
-    unsigned char kind;
-    const char *text;
-};
-
-constexpr Message individualMessages[] = {
+constexpr CodeText individualMessages[] = {
     {0xC0, "<br>%1Segment display data setting"},
     {0xC1, "<br>%1Display request control"},
     {0x81, "<br>%1Serial number registration requirement"},
 };
 
-constexpr Message broadcastMessages[] = {
+constexpr CodeText broadcastMessages[] = {
     {0x01, "<br>%1Serial number registration started"},
     {0x10, "<br>%1Serial number registration canceled"},
     {0x50, "<br>%1LED simultaneous ON/OFF indication"},
@@ -51,14 +46,6 @@ constexpr Message broadcastMessages[] = {
     {0xCB, "<br>%1Hot and cold batch display control"},
 };
 
-template <size_t N>
-const char *messageText(const Message (&table)[N], unsigned char kind)
-{
-    for (const Message &m : table)
-        if (m.kind == kind)
-            return m.text;
-    return nullptr;
-}
 
 // A record may stop short of any field: a missing field counts as absent.
 struct Address
@@ -138,8 +125,7 @@ QString Iebus::describe(const QByteArray &record)
     QString text = QString::fromLatin1(broadcast ? "%1broadcast" : "%1individual").arg(indent);
     if (record.size() > kindByte) {
         const auto kind = static_cast<unsigned char>(record.at(kindByte));
-        const char *more = broadcast ? messageText(broadcastMessages, kind)
-                                     : messageText(individualMessages, kind);
+        const char *more = broadcast ? lookup(broadcastMessages, kind) : lookup(individualMessages, kind);
         if (more)
             text += QString::fromLatin1(more).arg(indent);
     }

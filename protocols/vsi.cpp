@@ -1,17 +1,12 @@
 #include "protocols/vsi.h"
 
+#include "link/codetext.h"
 #include "link/frame.h"
 #include "protocols/bustransfer.h"
 
 namespace {
 
-struct RecordName
-{
-    unsigned char code;
-    const char *text;
-};
-
-constexpr RecordName recordNames[] = {
+constexpr CodeText recordNames[] = {
     {0xA2, "POLL"},
     {0xA0, "ACK "},
     {0xA1, "NAK "},
@@ -20,14 +15,6 @@ constexpr RecordName recordNames[] = {
     {0xE2, "INFO_RPT<br>"},
     {0xE7, "GET_UPDATA "},
 };
-
-const char *recordName(unsigned char code)
-{
-    for (const RecordName &r : recordNames)
-        if (r.code == code)
-            return r.text;
-    return nullptr;
-}
 
 const QString indent = QStringLiteral("&nbsp;&nbsp;&nbsp;&nbsp;");
 
@@ -100,7 +87,7 @@ QString VSI::interpretor(const QByteArray &record)
     const int n = int(record.size());
     if (n < 4)
         return QStringLiteral("Length error");
-    const char *name = recordName(p[3]);
+    const char *name = lookup(recordNames, p[3]);
     if (!name)
         return QStringLiteral("Unknow CMD 0x%1").arg(uint(p[3]), 2, 16, QLatin1Char('0'));
     QString fields;
