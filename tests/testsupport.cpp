@@ -30,20 +30,8 @@ Pty::Pty()
 
 Pty::~Pty()
 {
-    closeMaster();
-    if (slave >= 0)
-        ::close(slave);
-}
-
-void Pty::closeMaster()
-{
-    if (master >= 0)
-        ::close(master);
-    master = -1;
-    // Our own slave handle would keep the device alive after the master goes.
-    if (slave >= 0)
-        ::close(slave);
-    slave = -1;
+    ::close(master);
+    ::close(slave);
 }
 
 void Pty::write(const QByteArray &bytes)
@@ -146,15 +134,12 @@ QByteArray hexBytes(const char *hex)
 namespace {
 QMutex logMutex;
 QStringList logLines;
-int logUsers = 0;
 QtMessageHandler previousHandler = nullptr;
 
 void collect(QtMsgType type, const QMessageLogContext &ctx, const QString &msg)
 {
-    {
-        QMutexLocker lock(&logMutex);
-        logLines << msg;
-    }
+    QMutexLocker lock(&logMutex);
+    logLines << msg;
     if (type >= QtWarningMsg && previousHandler)
         previousHandler(type, ctx, msg);
 }
@@ -162,17 +147,13 @@ void collect(QtMsgType type, const QMessageLogContext &ctx, const QString &msg)
 
 MessageLog::MessageLog()
 {
-    QMutexLocker lock(&logMutex);
     logLines.clear();
-    if (logUsers++ == 0)
-        previousHandler = qInstallMessageHandler(collect);
+    previousHandler = qInstallMessageHandler(collect);
 }
 
 MessageLog::~MessageLog()
 {
-    QMutexLocker lock(&logMutex);
-    if (--logUsers == 0)
-        qInstallMessageHandler(previousHandler);
+    qInstallMessageHandler(previousHandler);
 }
 
 QStringList MessageLog::messages() const
@@ -183,22 +164,7 @@ QStringList MessageLog::messages() const
 
 bool MessageLog::contains(const QString &text) const
 {
-    return count(text) > 0;
-}
-
-int MessageLog::count(const QString &text) const
-{
-    QMutexLocker lock(&logMutex);
-    int n = 0;
-    for (const QString &line : logLines)
-        n += line.contains(text) ? 1 : 0;
-    return n;
-}
-
-void MessageLog::clear()
-{
-    QMutexLocker lock(&logMutex);
-    logLines.clear();
+    return !messages().filter(text).isEmpty();
 }
 
 void connectTo(MainWindow &w, const QString &path)

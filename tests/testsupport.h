@@ -27,7 +27,6 @@ public:
     QByteArray read();
     // Waits, running the event loop, until at least n bytes came back.
     QByteArray readAtLeast(int n, int timeoutMs = 3000);
-    void closeMaster();
     int masterFd() const { return master; }
 
 private:
@@ -50,7 +49,7 @@ QByteArray busFrame(quint32 startTick, quint32 endTick, int direction, int mode,
 QByteArray versionFrame(const QByteArray &text);
 QByteArray hexBytes(const char *hex);
 
-// Collects Qt's debug and warning output while it lives.
+// Collects Qt's debug and warning output while it lives (one at a time).
 class MessageLog
 {
 public:
@@ -58,8 +57,6 @@ public:
     ~MessageLog();
     QStringList messages() const;
     bool contains(const QString &text) const;
-    int count(const QString &text) const;
-    void clear();
 };
 
 // Opens the window's port on the given path through the port combo box.

@@ -81,24 +81,18 @@ void TestMdbDecoders::decoders_data()
         + Z8 + "^[0] [0] [0] [0] [0] [1] [0] [1] ~Manual Dispense Enable Status:^" + Z8 + "^" + Z8);
     row("coin type, no manual mask", &Coin::coinType, hx("0C00000C"), "COIN TYPE~Coin Enable Status:^" + Z8 + "^" + Z8
         + "~Length error");
-    row("coin type without fields", &Coin::coinType, hx("0C"), "COIN TYPE~Length error");
     row("feature enable lists set bits in order, ignores the high ones", &Coin::expansion, hx("0F01000000FFFF"),
         "EXPANSION / FEATURE ENABLE~Optional Features Enable:^Alternative Payout method^Extended Diagnostic command "
         "supported^Controlled Manual Fill and Payout commands supported^File Transport Layer (FTL) supported");
-    row("feature enable one byte short", &Coin::expansion, hx("0F01000000"), "EXPANSION / FEATURE ENABLE~Length error");
-    row("setup reply one byte short adds nothing", &Coin::setupReply, QByteArray(23, 1), "");
     row("tube counts are right-aligned to the widest", &Coin::tubeStatus, hx("8003C801000000000000000000000000000AFF"),
         "Changer tube status~Tube Full Status:^[1] [0] [0] [0] [0] [0] [0] [0] ^[0] [0] [0] [0] [0] [0] [1] [1] "
         "~Coin Counts for each tube:^[200] [  1] [  0] [  0] [  0] [  0] [  0] [  0] "
         "^[  0] [  0] [  0] [  0] [  0] [  0] [  0] [ 10] ");
-    row("tube, no counts", &Coin::tubeStatus, hx("0000"), "Changer tube status~Tube Full Status:^" + Z8 + "^" + Z8
-        + "~Length error");
     row("tube status of one byte", &Coin::tubeStatus, hx("00"), "Changer tube status~Length error");
     row("identification: UTF-8 text, BCD version, features in byte 32 alone", &Coin::identification,
         QByteArray("ABCS\xC3\xA9rie-00001MODEL-X 0001") + hx("9812FFFFFF00FF"), "VMC Command Code Sub-Command Changer "
         "Response Data (EXPANSION)~Manufacturer Code [ABC]~Serial Number [S\u00E9rie-00001]~Model #/Tuning Revision "
         "[MODEL-X 0001]~Software Version [9812]~Optional Features:^No optional features supported.");
-    row("identification one byte short adds nothing", &Coin::identification, QByteArray(33, 'A'), "");
     row("diagnostic: exact, main fallbacks, unknown mains, checksum pair unread", Coin::changerDiagnosticStatus,
         hx("01FF051014010F1016007777"), "Changer Diagnostic Status~Status Code [01 / ff]: Powering up"
         "~Status Code [05 / 10]: Manual Fill / Payout active~Status Code [14 / 01]: Unknown Dispenser Error"
@@ -111,40 +105,30 @@ void TestMdbDecoders::decoders_data()
         "~Bill Scaling Factor [5]~Decimal Places [2]~Stacker Capacity [500]~Bill Security Levels [258]"
         "~Escrow Capability [No]~Bill Type Credits:^[00] [00] [00] [00] [00] [00] [00] [00] "
         "^[00] [00] [00] [00] [00] [00] [00] [255] ");
-    row("bill setup of 26 bytes", &Bill::setup, QByteArray(26, 1), "Bill Validator Setup Information<br>Length error");
     row("bill poll without bytes is no activity", &Bill::poll, QByteArray(), "POLL Status~ACK (No activity)");
     row("bill poll: routing, type, attempts, status table ends, unknowns", &Bill::poll, hx("80FF405F00010C0D3F60"),
         "POLL Status~Bill Routing: BILL STACKED, Bill Type: 0~Bill Routing: TRANSFERRED FROM RECYCLER TO CASHBOX"
         ", Bill Type: 15~Attempts While Disabled: 0~Attempts While Disabled: 31~Unknown Status~Defective Motor"
         "~Possible Credited Bill Removal~Unknown Status~Unknown Status~Unknown Status");
-    row("bill poll of 17 bytes", &Bill::poll, QByteArray(17, 9), "POLL Status~Length error");
     row("stacker count uses fifteen bits", &Bill::stacker, hx("7FFF"),
         "STACKER Status~Stacker Full Flag: No~Number of Bills in Stacker: 32767");
-    row("stacker of three bytes", &Bill::stacker, hx("800000"), "STACKER Status~Length error");
     row("bill type disabled, escrow for 0", &Bill::billType, hx("00000001"),
         "BILL TYPE~Action: Bill Validator Disabled~Escrow Enabled Bill Types:^[0] ");
     row("bill type all enabled, escrow disabled", &Bill::billType, hx("FFFF0000"), "BILL TYPE~Enabled Bill Types:"
         "^[0] [1] [2] [3] [4] [5] [6] [7] [8] [9] [10] [11] [12] [13] [14] [15] ~Action: Escrow are disabled");
-    row("bill type of two bytes", &Bill::billType, hx("FFFF"), "BILL TYPE~Length error");
     row("escrow 00 returns", &Bill::escrow, hx("00"), "Escrow Status~Action: Return bill in escrow position");
     row("escrow other even is reserved", &Bill::escrow, hx("02"), "Escrow Status~Action: Invalid / Reserved value");
-    row("escrow without byte", &Bill::escrow, QByteArray(), "Escrow Status~Length error");
 
     row("setup config data, unknown level, unused format", &Card::setup, hx("000710020F"), "Setup Config Data"
         "~VMC Feature Level : Unknown Feature Level~Columns on Display : 16~Rows on Display : 2"
         "~Display Information : 0x0f~Display Type: 0x01~Display Format: Unused / Unassigned");
-    row("setup config data too short", &Card::setup, hx("00021002"), "Setup Config Data~Length error");
     row("prices unknown", &Card::setup, hx("01FFFF0000"),
         "Setup Max/Min Prices~Maximum Price: Unknown~Minimum Price: Unknown");
-    row("prices scaled", &Card::setup, hx("0100C8000A"),
-        "Setup Max/Min Prices~Maximum Price (scaled): 200~Minimum Price (scaled): 10");
     row("setup unknown subcommand", &Card::setup, hx("02"), F + "Unknown Subcommand: 0x02");
     row("vend request, undefined item", &Card::vend, hx("000064FFFF"),
         "Vend Request~Item Price (scaled): 100~Item Number: Undefined / Not Implemented");
-    row("vend request too short", &Card::vend, hx("000100"), "Vend Request~Length error");
     row("vend cancel", &Card::vend, hx("01"), "VEND CANCEL");
     row("vend success undefined item", &Card::vend, hx("02FFFF"), "Vend Success~Item Number: Undefined (FFFFh)");
-    row("vend failure has no decoder", &Card::vend, hx("03"), F + "Unknown Subcommand: 0x03");
     row("optional features: bit 1 always named, bits 10 up ignored", &Card::expansion, hx("04FFFFFE04"), "Expansion "
         "Optional Feature Bit Enable~Enabled Features:^16 bit monetary format^Enable multi currency / multi lingual"
         "^Allow 'Ask Begin Session' feature");
@@ -153,28 +137,18 @@ void TestMdbDecoders::decoders_data()
         "\u00C4<Z~Serial Number: SN0000000042~Model Number: MODEL-X 0001~Software Version: 10.15.9.9");
 
     row("just reset, later messages ignored", &Card::poll, hx("00010218400102050B"), "Just Reset");
-    row("vend denied", &Card::poll, hx("06"), "VEND DENIED");
-    row("code 0b has no decoder", &Card::poll, hx("0B"), F + "Unknown Subcommand: 0x0b");
     row("reader config data", &Card::poll, hx("010218400102050B"), "Reader Config Data"
         "~Reader Feature Level [2] - Supports advanced features~ISO 4217 Currency Code [1840]~Scale Factor [1]"
         "~Decimal Places [2]~Application Maximum Response Time [5 s]~Miscellaneous Options:^Restore funds: Yes"
         "^Multivend capable: Yes^Has display: No^Supports VEND/CASH SALE: Yes");
-    row("reader config data, telephone code, options off", &Card::poll, hx("01070FFF0A0300F0"), "Reader Config Data"
-        "~Reader Feature Level [7] - Unknown feature level~International Telephone Code [0fff]~Scale Factor [10]"
-        "~Decimal Places [3]~Application Maximum Response Time [0 s]~Miscellaneous Options:^Restore funds: No"
-        "^Multivend capable: No^Has display: No^Supports VEND/CASH SALE: No");
-    row("reader config data of 7 bytes", &Card::poll, hx("01021840010205"), "Reader Config Data~Length error");
     row("display request keeps 32 bytes", &Card::poll, hx("021E") + QByteArray("0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"),
         "Display Request (02H)~Display Time: 3000 ms (30 \u00D7 0.1s units)"
         "~Display Data: 0123456789ABCDEFGHIJKLMNOPQRSTUV");
-    row("display request without text", &Card::poll, hx("021E"), "Display Request (02H)~Length error");
     row("begin session, nothing known yet", &Card::poll, hx("03FFFFFFFFFFFF010000"), "Begin Session"
         "~Funds Available: Not yet determined~Payment Media ID: Unknown~Payment Type: 0x01~Payment Data: Z9=0, Z10=0");
     row("begin session, max", &Card::poll, hx("03FFFE0000002A00FF07"), "Begin Session~Funds Available: Max (FFFEh)"
         "~Payment Media ID: 0x0000002a~Payment Type: 0x00~Payment Data: Z9=255, Z10=7");
-    row("begin session of level 1 is too short", &Card::poll, hx("030064"), "Begin Session~Length error");
     row("vend approved with a token", &Card::poll, hx("05FFFF"), "Vend Approved~Vend Amount: Electronic token used");
-    row("peripheral ID of 29 bytes", &Card::poll, hx("09") + QByteArray(28, 'A'), "Peripheral ID~Length error");
 }
 
 void TestMdbDecoders::decoders()
@@ -195,10 +169,8 @@ void TestMdbDecoders::interpretor_data()
     row("0x66 is no cashless 2 command", {0, "0B00", "010000", "66FF65", "unknow command 0x66", "red", "0000"});
     row("peripheral ACK 6 ticks late turns red", {6, "0B00", "01", "00", "Peripheral ACK", "red", "0B00"});
     row("other marked single byte is ignored", {99, "0B03", "01", "05", "", "gray", "0B03"});
-    row("other POLL replies add nothing", {2, "0B00", "000001", "010203", "", "gray", "0B00"});
     row("late reply turns red", {6, "0B00", "0001", "0B0B", "JUST RESET", "red", "0B00"});
     row("reply with bad checksum still decoded", {0, "0B00", "0001", "0B0C", FCC + "JUST RESET", "gray", "0B00"});
-    row("reply before any command: checksum only", {0, "0000", "00000001", "01020307", FCC, "gray", "0000"});
     row("cashless 2 command: no text, magenta", {0, "0000", "0100", "6262", "", "magenta", "6200"});
     row("coin DISPENSE named", {0, "0000", "010000", "0D121F", "DISPENSE", "green", "0D00"});
     row("EXPANSION unknown", {0, "0000", "010000", "0FFA09", "EXPANSION / unknow subcommand 0xfa", "red", "0FFA"});
@@ -206,15 +178,12 @@ void TestMdbDecoders::interpretor_data()
     row("EXPANSION alone decodes no reply", {0, "0005", "01", "0F", FCC + "EXPANSION /~Length error", "green", "0FFF"});
     row("diagnostic reply", {1, "0F05", "000001", "030003",
         "Changer Diagnostic Status~Status Code [03 / 00]: OK - Fully operational", "gray", "0F05"});
-    row("reply to an undecoded sub-command", {1, "0F07", "000001", "030003", "", "gray", "0F07"});
     row("bill SECURITY: the bytes between command and checksum", {0, "0000", "01000000", "328005B7",
         "SECURITY~Bill Types with High Security:^[0] [2] [15] ", "blue", "3200"});
-    row("bill SECURITY alone", {0, "0000", "01", "32", FCC + "SECURITY~Length error", "blue", "3200"});
     row("bill ESCROW", {0, "0000", "010000", "350136", "Escrow Status~Action: Stack the bill", "blue", "3500"});
     row("bill POLL reply", {1, "3300", "0001", "0909", "POLL Status~Validator Disabled", "gray", "3300"});
     row("bill STACKER reply", {2, "3600", "000001", "800080",
         "STACKER Status~Stacker Full Flag: Yes~Number of Bills in Stacker: 0", "gray", "3600"});
-    row("cashless SETUP without payload", {0, "0000", "0100", "1111", F + "Length error", "brown", "1100"});
     row("cashless VEND REQUEST 13 00 00 3C 00 01 50", {0, "0000", "01000000000000", "1300003C000150",
         "Vend Request~Item Price (scaled): 60~Item Number: 1", "brown", "1300"});
     row("cashless EXPANSION", {0, "0000", "01000000000000", "1704000000031E", "Expansion Optional Feature Bit Enable"

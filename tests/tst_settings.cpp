@@ -16,15 +16,14 @@
 #include <QSettings>
 #include <QStatusBar>
 
-static QImage iconImage(const QIcon &icon)
-{
-    return icon.pixmap(32, 32).toImage();
-}
+static QImage iconImage(const QIcon &icon) { return icon.pixmap(32, 32).toImage(); }
 
-static QList<QCheckBox *> checkBoxes(Settings *s)
+static QString rates(const QComboBox *box)
 {
-    return {s->ui->checkBoxPoll, s->ui->checkBoxCoin, s->ui->checkBoxBill, s->ui->checkBoxCard,
-            s->ui->checkBoxRemote, s->ui->checkBoxAmount, s->ui->checkBoxButton, s->checkBoxUpdate};
+    QStringList shown;
+    for (int i = 0; i < box->count(); ++i)
+        shown << box->itemText(i);
+    return shown.join('|');
 }
 
 class TestSettings : public QObject
@@ -33,183 +32,146 @@ class TestSettings : public QObject
 private slots:
     void cleanup() { removeSettingsIni(); }
 
-    void firstStartDefaults();
-    void storedModes_data();
-    void storedModes();
-    void rateListFollowsInterpretMode_data();
-    void rateListFollowsInterpretMode();
-    void savedKeys();
-    void interpretSwitchToggles();
-    void unlistedPorts();
-    void aboutBox();
-};
-
-void TestSettings::firstStartDefaults()
-{
-    removeSettingsIni();
-    MainWindow w;
-    for (QCheckBox *box : checkBoxes(w.settings))
-        QVERIFY2(box->isChecked(), qPrintable(box->text()));
-    QVERIFY(w.interpret);
-    QCOMPARE(w.logPath, QCoreApplication::applicationDirPath());
-    QCOMPARE(w.modeLabel->text(), QString("MDB 4800"));
-    QCOMPARE(w.settings->comboBoxBaud->count(), 6);
-    QVERIFY(w.statusBar()->currentMessage().startsWith("Current port is "));
-    const QSerialPort *port = w.settings->serialPort;
-    QCOMPARE(port->baudRate(), 115200);
-    QVERIFY(port->dataBits() == QSerialPort::Data8 && port->parity() == QSerialPort::NoParity
-            && port->stopBits() == QSerialPort::OneStop && port->flowControl() == QSerialPort::NoFlowControl);
-}
-
-void TestSettings::storedModes_data()
-{
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<int>("baud");
-    QTest::addColumn<int>("rateCount");
-    QTest::addColumn<QString>("label");
-    QTest::newRow("MDB keeps the six rates") << 0 << 3 << 6 << "MDB 38400";
-    QTest::newRow("VSI empties the rate list") << 1 << 2 << 0 << "VSI ";
-    QTest::newRow("CAN brings its four rates") << 7 << 2 << 4 << "CAN 500 kbps";
-    QTest::newRow("mode out of range selects nothing") << 12 << 0 << 0 << " ";
-    QTest::newRow("rate out of range selects nothing") << 3 << 9 << 6 << "232 ";
-}
-
-void TestSettings::storedModes()
-{
-    QFETCH(int, mode);
-    QFETCH(int, baud);
-    QFETCH(int, rateCount);
-    QFETCH(QString, label);
-    writeSettingsIni({{"mode", mode}, {"baudrate", baud}});
-    MainWindow w;
-    QCOMPARE(w.settings->comboBoxInterpret->currentIndex(), mode > 8 ? -1 : mode);
-    QCOMPARE(w.settings->comboBoxBaud->count(), rateCount);
-    QCOMPARE(w.modeLabel->text(), label);
-}
-
-void TestSettings::rateListFollowsInterpretMode_data()
-{
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<QStringList>("rates");
-    QTest::newRow("485") << 6 << QStringList{"4800", "9600", "19200", "38400", "57600", "115200"};
-    QTest::newRow("CAN") << 7 << QStringList{"125 kbps", "250 kbps", "500 kbps", "1 Mbps"};
-    QTest::newRow("MDB has none once changed") << 0 << QStringList{};
-}
-
-void TestSettings::rateListFollowsInterpretMode()
-{
-    QFETCH(int, mode);
-    QFETCH(QStringList, rates);
-    writeSettingsIni({{"mode", 2}});
-    MainWindow w;
-    w.settings->comboBoxInterpret->setCurrentIndex(mode);
-    QStringList shown;
-    for (int i = 0; i < w.settings->comboBoxBaud->count(); ++i)
-        shown << w.settings->comboBoxBaud->itemText(i);
-    QCOMPARE(shown, rates);
-    // The label follows only when the settings are applied.
-    w.settings->ui->pushButtonAccept->click();
-    QCOMPARE(w.modeLabel->text(), w.settings->comboBoxInterpret->currentText() + " " + rates.value(0));
-    QVERIFY(!w.settings->isVisible());
-}
-
-void TestSettings::savedKeys()
-{
-    writeSettingsIni({{"mode", 7}, {"baudrate", 1}, {"logPath", QDir::tempPath()}});
+    void firstStartDefaults()
     {
+        removeSettingsIni();
         MainWindow w;
-        for (QCheckBox *box : {w.settings->ui->checkBoxRemote, w.settings->ui->checkBoxPoll, w.settings->ui->checkBoxCoin})
-            box->setChecked(false);
-        w.settings->addPortPath("/dev/null");
+        const Ui_DialogSettings *ui = w.settings->ui;
+        for (QCheckBox *box : {ui->checkBoxPoll, ui->checkBoxCoin, ui->checkBoxBill, ui->checkBoxCard, ui->checkBoxRemote,
+                               ui->checkBoxAmount, ui->checkBoxButton, w.settings->checkBoxUpdate})
+            QVERIFY2(box->isChecked(), qPrintable(box->text()));
+        QVERIFY(w.interpret);
+        QCOMPARE(w.logPath, QCoreApplication::applicationDirPath());
+        QCOMPARE(w.modeLabel->text(), QString("MDB 4800"));
+        QVERIFY(w.statusBar()->currentMessage().startsWith("Current port is "));
+        const QSerialPort *port = w.settings->serialPort;
+        QCOMPARE(port->baudRate(), 115200);
+        QVERIFY(port->dataBits() == QSerialPort::Data8 && port->parity() == QSerialPort::NoParity
+                && port->stopBits() == QSerialPort::OneStop && port->flowControl() == QSerialPort::NoFlowControl);
     }
-    QSettings ini(settingsIniPath(), QSettings::IniFormat);
-    const QVariantMap expected{{"serial/portName", "/dev/null"}, {"interpret", "true"}, {"mode", "7"},
-                               {"baudrate", "1"}, {"iebusRemote", "false"}, {"iebusAmount", "true"},
-                               {"iebusButton", "true"}, {"MDBPoll", "false"}, {"Update", "false"},
-                               {"logPath", QDir::tempPath()}};
-    for (auto it = expected.begin(); it != expected.end(); ++it)
-        QCOMPARE(ini.value(it.key()).toString(), it.value().toString());
-    QVERIFY(!ini.value("geometry").toByteArray().isEmpty() && !ini.value("state").toByteArray().isEmpty());
 
-    // The next start finds them again; Coin is not kept and starts checked.
-    MainWindow again;
-    QVERIFY(!again.settings->ui->checkBoxPoll->isChecked() && !again.settings->ui->checkBoxRemote->isChecked());
-    QVERIFY(again.settings->ui->checkBoxCoin->isChecked());
-    QCOMPARE(again.settings->comboBoxBaud->currentText(), QString("250 kbps"));
-    QCOMPARE(again.settings->comboBoxPort->currentData().toString(), QString("/dev/null"));
-}
-
-void TestSettings::interpretSwitchToggles()
-{
-    writeSettingsIni();
-    const QImage on = iconImage(QIcon(":/icon/translate.png"));
-    const QImage off = iconImage(QIcon(":/icon/translateDisable.png"));
-    QVERIFY(on != off);
+    void storedModes_data()
     {
-        MainWindow w;
-        for (bool expected : {false, true, false}) {
-            w.ui->actionTranslate->trigger();
-            QCOMPARE(w.interpret, expected);
-            QCOMPARE(iconImage(w.ui->actionTranslate->icon()), expected ? on : off);
-        }
-        QCOMPARE(w.ui->actionTranslate->text(), QString("Translate"));
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("baud");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("rates");
+        const QString serial = "4800|9600|19200|38400|57600|115200";
+        QTest::newRow("MDB keeps the six rates") << 0 << 3 << "MDB 38400" << serial;
+        QTest::newRow("VSI empties the rate list") << 1 << 2 << "VSI " << "";
+        QTest::newRow("CAN brings its four rates") << 7 << 2 << "CAN 500 kbps" << "125 kbps|250 kbps|500 kbps|1 Mbps";
+        QTest::newRow("mode out of range selects nothing") << 12 << 0 << " " << "";
+        QTest::newRow("rate out of range selects nothing") << 3 << 9 << "232 " << serial;
     }
-    MainWindow w;
-    QVERIFY(!w.interpret);
-    QCOMPARE(iconImage(w.ui->actionTranslate->icon()), off);
-}
-
-void TestSettings::unlistedPorts()
-{
-    // A typed device path becomes the current port and opens.
-    writeSettingsIni();
-    Pty pty;
+    void storedModes()
     {
+        QFETCH(int, mode);
+        QFETCH(int, baud);
+        writeSettingsIni({{"mode", mode}, {"baudrate", baud}});
         MainWindow w;
-        QComboBox *ports = w.settings->comboBoxPort;
-        ports->lineEdit()->setText(pty.slavePath());
-        QTest::keyClick(ports->lineEdit(), Qt::Key_Return);
-        QCOMPARE(ports->currentData().toString(), pty.slavePath());
-        const int count = ports->count();
-        QCOMPARE(w.settings->addPortPath(pty.slavePath()), ports->currentIndex());
-        QCOMPARE(ports->count(), count);
-        w.ui->actionConnect->trigger();
-        QCOMPARE(pty.readAtLeast(10).size(), 10);
+        QCOMPARE(w.settings->comboBoxInterpret->currentIndex(), mode > 8 ? -1 : mode);
+        QTEST(rates(w.settings->comboBoxBaud), "rates");
+        QTEST(w.modeLabel->text(), "label");
     }
-    // Stored, it is added back at the next start while the device exists.
-    MainWindow w;
-    QCOMPARE(w.settings->comboBoxPort->currentText(), pty.slavePath());
-    w.portToggle();
-    QVERIFY(w.settings->serialPort->isOpen());
-    // Neither a gone device nor another driver's text of a listed port is.
-    for (const char *stored : {"/dev/vendscope-gone", "ttyS99 Some Other Driver"}) {
-        writeSettingsIni({{"serial/portName", stored}});
-        MessageLog log;
-        MainWindow other;
-        QCOMPARE(other.settings->comboBoxPort->findText(stored), -1);
-        QCOMPARE(other.settings->comboBoxPort->currentIndex(), 0);
-        QVERIFY(log.messages().contains("-1"));
-    }
-}
 
-void TestSettings::aboutBox()
-{
-    writeSettingsIni();
-    QCoreApplication::setApplicationVersion("1.2.2");
-    MainWindow w;
-    QStringList texts;
-    for (const char *version : {"", "XYZ_1.0.0"}) {
-        w.firmwareVersion = version;
-        QTimer::singleShot(50, [&] {
-            if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
-                texts << box->windowTitle() + "|" + box->text();
-                box->accept();
+    // The rate list follows the mode at once, the label only when the settings are applied.
+    void modeChangedInTheDialog()
+    {
+        writeSettingsIni({{"mode", 2}});
+        MainWindow w;
+        w.settings->comboBoxInterpret->setCurrentIndex(6);
+        QCOMPARE(rates(w.settings->comboBoxBaud), QString("4800|9600|19200|38400|57600|115200"));
+        QCOMPARE(w.modeLabel->text(), QString("VTS "));
+        w.settings->ui->pushButtonAccept->click();
+        QCOMPARE(w.modeLabel->text(), QString("485 4800"));
+        QVERIFY(!w.settings->isVisible());
+        w.settings->comboBoxInterpret->setCurrentIndex(0);
+        QCOMPARE(rates(w.settings->comboBoxBaud), QString()); // MDB has none once changed
+    }
+
+    // What one run chose, the interpret switch included, the next run finds again.
+    void savedKeys()
+    {
+        writeSettingsIni({{"mode", 7}, {"baudrate", 1}, {"logPath", QDir::tempPath()}});
+        const QImage on = iconImage(QIcon(":/icon/translate.png")), off = iconImage(QIcon(":/icon/translateDisable.png"));
+        QVERIFY(on != off);
+        {
+            MainWindow w;
+            for (QCheckBox *box : {w.settings->ui->checkBoxRemote, w.settings->ui->checkBoxPoll, w.settings->ui->checkBoxCoin})
+                box->setChecked(false);
+            w.settings->addPortPath("/dev/null");
+            for (bool expected : {false, true, false}) {
+                w.ui->actionTranslate->trigger();
+                QCOMPARE(w.interpret, expected);
+                QCOMPARE(iconImage(w.ui->actionTranslate->icon()), expected ? on : off);
             }
-        });
-        w.ui->actionAbout->trigger();
+        }
+        QSettings ini(settingsIniPath(), QSettings::IniFormat);
+        const QVariantMap expected{{"serial/portName", "/dev/null"}, {"interpret", "false"}, {"mode", "7"},
+                                   {"baudrate", "1"}, {"iebusRemote", "false"}, {"iebusAmount", "true"},
+                                   {"iebusButton", "true"}, {"MDBPoll", "false"}, {"Update", "false"},
+                                   {"logPath", QDir::tempPath()}};
+        for (auto it = expected.begin(); it != expected.end(); ++it)
+            QCOMPARE(ini.value(it.key()).toString(), it.value().toString());
+        QVERIFY(!ini.value("geometry").toByteArray().isEmpty() && !ini.value("state").toByteArray().isEmpty());
+
+        // Coin is not kept and starts checked.
+        MainWindow again;
+        QVERIFY(!again.settings->ui->checkBoxPoll->isChecked() && !again.settings->ui->checkBoxRemote->isChecked());
+        QVERIFY(again.settings->ui->checkBoxCoin->isChecked());
+        QCOMPARE(again.settings->comboBoxBaud->currentText(), QString("250 kbps"));
+        QCOMPARE(again.settings->comboBoxPort->currentData().toString(), QString("/dev/null"));
+        QVERIFY(!again.interpret);
+        QCOMPARE(iconImage(again.ui->actionTranslate->icon()), off);
     }
-    QCOMPARE(texts, QStringList({"About Vendscope|App 1.2.2\nFirmware\n", "About Vendscope|App 1.2.2\nFirmware\nXYZ_1.0.0"}));
-}
+
+    void unlistedPorts()
+    {
+        // A typed device path becomes the current port and opens.
+        writeSettingsIni();
+        Pty pty;
+        {
+            MainWindow w;
+            QComboBox *ports = w.settings->comboBoxPort;
+            ports->lineEdit()->setText(pty.slavePath());
+            QTest::keyClick(ports->lineEdit(), Qt::Key_Return);
+            QCOMPARE(ports->currentData().toString(), pty.slavePath());
+            w.ui->actionConnect->trigger();
+            QCOMPARE(pty.readAtLeast(10).size(), 10);
+        }
+        // Stored, it is added back at the next start while the device exists.
+        MainWindow w;
+        QCOMPARE(w.settings->comboBoxPort->currentText(), pty.slavePath());
+        // Neither a gone device nor another driver's text of a listed port is.
+        for (const char *stored : {"/dev/vendscope-gone", "ttyS99 Some Other Driver"}) {
+            writeSettingsIni({{"serial/portName", stored}});
+            MessageLog log;
+            MainWindow other;
+            QCOMPARE(other.settings->comboBoxPort->findText(stored), -1);
+            QCOMPARE(other.settings->comboBoxPort->currentIndex(), 0);
+            QVERIFY(log.messages().contains("-1"));
+        }
+    }
+
+    void aboutBox()
+    {
+        writeSettingsIni();
+        QCoreApplication::setApplicationVersion("1.2.2");
+        MainWindow w;
+        QStringList texts;
+        for (const char *version : {"", "XYZ_1.0.0"}) {
+            w.firmwareVersion = version;
+            QTimer::singleShot(50, [&] {
+                if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+                    texts << box->windowTitle() + "|" + box->text();
+                    box->accept();
+                }
+            });
+            w.ui->actionAbout->trigger();
+        }
+        QCOMPARE(texts, QStringList({"About Vendscope|App 1.2.2\nFirmware\n", "About Vendscope|App 1.2.2\nFirmware\nXYZ_1.0.0"}));
+    }
+};
 
 QTEST_MAIN(TestSettings)
 #include "tst_settings.moc"

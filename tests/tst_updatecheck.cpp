@@ -155,7 +155,7 @@ private slots:
         MainWindow w;
         w.checkForUpdatesFirmware();
         QTest::qWait(50); // the start-up check runs from the event loop
-        QCOMPARE(log.count("Update server not configured: https://updates.vendscope.invalid"), 2);
+        QCOMPARE(log.messages().filter("Update server not configured: https://updates.vendscope.invalid").size(), 2);
         QVERIFY(!w.firmwareCheckPending);
     }
 
