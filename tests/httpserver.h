@@ -3,8 +3,6 @@
 
 #include <QHash>
 #include <QHostAddress>
-#include <QPointer>
-#include <QSet>
 #include <QStringList>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -33,16 +31,6 @@ public:
     {
         pages[path] = Page{status, body, sendLength};
     }
-    // Requests for a held path wait for release(path).
-    void hold(const QString &path) { held.insert(path); }
-    void release(const QString &path)
-    {
-        held.remove(path);
-        for (const QPointer<QTcpSocket> &socket : waiting.values(path))
-            if (socket)
-                answer(socket, path);
-        waiting.remove(path);
-    }
 
     QStringList requests; // paths in the order they were asked for
 
@@ -65,10 +53,7 @@ private:
             const QString path = QString::fromLatin1(buffer->left(buffer->indexOf("\r\n")).split(' ').value(1));
             buffer->clear();
             requests << path;
-            if (held.contains(path))
-                waiting.insert(path, socket);
-            else
-                answer(socket, path);
+            answer(socket, path);
         });
     }
 
@@ -84,8 +69,6 @@ private:
     }
 
     QHash<QString, Page> pages;
-    QSet<QString> held;
-    QMultiHash<QString, QPointer<QTcpSocket>> waiting;
 };
 
 #endif // HTTPSERVER_H

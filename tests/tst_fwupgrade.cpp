@@ -1,6 +1,10 @@
-// The boot-loader exchange fed chunk by chunk, with the port on a pseudo-terminal.
+// The boot-loader exchange fed chunk by chunk with the port on a pseudo-terminal, then the whole upgrade through the
+// main window, a boot loader on the far side.
 #include "testsupport.h"
 
+#include "app/mainwindow.h"
+#include "link/frame.h"
+#include "tools/boxsim/bootloader.h"
 #include "ui_dialogfirmware.h"
 #include "update/fwupgrade.h"
 
@@ -73,10 +77,35 @@ struct Rig
     QString label() const { return form.labelStatus->text(); }
 };
 
+static const QByteArray modeSetMdb = hexBytes("A55A000A0100000B0D0A");
+static const QByteArray heartFrame = hexBytes("A55A0008050D0D0A");
+static const QByteArray statusFrame = hexBytes("A55A000B07626F78790D0A"); // answered with a heartbeat, no boot token
+
+static QString firmwareDir() { return QCoreApplication::applicationDirPath() + "/firmware"; }
+
+static QByteArray readFile(const QString &name)
+{
+    QFile f(firmwareDir() + "/" + name);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("(unreadable)");
+}
+
+// The image the box asks for, in the window's firmware folder: 3000 bytes in four packets of 768, version 2.0.1.
+static bool writeFirmware()
+{
+    QDir(firmwareDir()).removeRecursively();
+    QFile ini(firmwareDir() + "/INI_2.0.1.bin"), dat(firmwareDir() + "/DAT_2.0.1.bin");
+    return QDir().mkpath(firmwareDir()) && ini.open(QIODevice::WriteOnly) && dat.open(QIODevice::WriteOnly)
+        && ini.write(hexBytes("555000000300000400000BB8") + QByteArray("2.0.1", 6)) == 18 // UP, chunk, total, size
+        && dat.write(image(3000)) == 3000; // the last packet is 696 bytes; a misplaced cut shows
+}
+
 class TestFwUpgrade : public QObject
 {
     Q_OBJECT
 private slots:
+    void init() { writeSettingsIni(); }
+    void cleanupTestCase() { removeSettingsIni(); } // the firmware folder is this test's own
+
     void crc()
     {
         QCOMPARE(int(Cal_CRC16(reinterpret_cast<const unsigned char *>("123456789"), 9)), 0x31C3);
@@ -182,6 +211,57 @@ private slots:
         const QByteArray sent = hx("E9E9E9E9E9") + "abc" + iniPacket + packet1of2.repeated(4);
         QCOMPARE(r.pty.readAtLeast(int(sent.size())), sent);
         QCOMPARE(r.pty.readAtLeast(1, 150), QByteArray());
+    }
+
+    void upgrade_data()
+    {
+        QTest::addColumn<int>("silentAt"); // at DAT packet n; -1 never
+        QTest::addColumn<int>("rejectAt");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<int>("imageBytes"); // received by the boot loader
+        QTest::newRow("whole image flashed, then back to monitoring") << -1 << -1 << "Upgrade end" << 3000;
+        QTest::newRow("rejected packet stops the upgrade") << -1 << 2 << "Upgrade was rejected" << 768;
+        QTest::newRow("silent boot loader: resends, then reset") << 3 << -1 << "Response Timeout 3 sequence 3" << 1536;
+    }
+    void upgrade()
+    {
+        QFETCH(int, silentAt);
+        QFETCH(int, rejectAt);
+        QFETCH(QString, label);
+        QFETCH(int, imageBytes);
+        const bool ok = label == "Upgrade end";
+        QVERIFY(writeFirmware());
+        // Image out (no INI or DAT prefix: the program passes it over), version text, then the faults.
+        BootLoader loader(BootLoader::Options{firmwareDir() + "/received.bin", "BOOT_1.0", silentAt, rejectAt});
+
+        // The box: box frames until the boot command, then its boot loader.
+        Pty pty;
+        QByteArray heard;
+        int bootAt = -1;
+        QSocketNotifier notifier(pty.masterFd(), QSocketNotifier::Read);
+        connect(&notifier, &QSocketNotifier::activated, &loader, [&] {
+            const QByteArray bytes = pty.read();
+            heard += bytes;
+            if (bootAt >= 0)
+                loader.feed(bytes); // dropped once it has finished
+            else if ((bootAt = int(heard.indexOf(hexBytes("A55A0008060E0D0A")))) >= 0) // the boot command
+                loader.start(); // deaf while it restarts
+        });
+        connect(&loader, &BootLoader::send, &loader, [&](const QByteArray &b) { pty.write(b); });
+
+        MainWindow w;
+        w.fwUpgrade->responseTimeoutMs = 300; // the answer timer's path, sooner
+        connectTo(w, pty.slavePath());
+        pty.write(BoxFrame::build(BoxFrame::KindFirmwareRequest));
+        QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == label; }, 30000));
+        QVERIFY(waitUntil([&] { return readFile("received.bin") == readFile("DAT_2.0.1.bin").left(imageBytes); }, 10000));
+        QCOMPARE(w.firmwareUi->progressBar->value() == 100, ok);
+        // Failed, the stall timer hands the port back; only an ended upgrade tells the box its mode again.
+        QVERIFY(waitUntil([&] { return !w.fwUpgrade->upgradeRunning; }, 10000));
+        QCOMPARE(waitUntil([&] { return heard.indexOf(modeSetMdb, bootAt) >= 0; }, ok ? 10000 : 500), ok);
+        const int before = int(heard.size());
+        pty.write(statusFrame);
+        QVERIFY(waitUntil([&] { return heard.indexOf(heartFrame, before) >= 0; }, 10000));
     }
 };
 

@@ -1,4 +1,4 @@
-// The update checks of the main window against a real HTTP server on 127.0.0.1.
+// Version comparison, the downloader and the update checks of the main window, against a real HTTP server on 127.0.0.1.
 #include "httpserver.h"
 #include "testsupport.h"
 
@@ -6,6 +6,7 @@
 #include "settings/settings.h"
 #include "ui_dialogfirmware.h"
 #include "update/downloader.h"
+#include "update/versioncompare.h"
 
 #include <QtNetwork>
 #include <QtWidgets>
@@ -43,6 +44,17 @@ static QByteArray firmwareManifest(const QString &version)
     return json("{'version': '" + version + "', 'DAT': '$SERVER/fw/DAT_1.1.0.bin', 'INI': '$SERVER/fw/INI_1.1.0.bin', 'COF': '$SERVER/fw/COF_1.1.0.bin'}");
 }
 
+// Every file in the firmware folder as "name=content", sorted by name.
+static QStringList stored()
+{
+    QStringList files;
+    for (const QFileInfo &info : QDir(Downloader::firmwareDir()).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)) {
+        QFile f(info.filePath());
+        files << info.fileName() + "=" + (f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>"));
+    }
+    return files;
+}
+
 class TestUpdateCheck : public QObject
 {
     Q_OBJECT
@@ -74,7 +86,82 @@ private slots:
         QDir().mkpath(Downloader::firmwareDir());
         QFile(Downloader::firmwareDir() + "/DAT_stale.bin").open(QIODevice::WriteOnly);
     }
-    void cleanupTestCase() { removeSettingsIni(); QDir(Downloader::firmwareDir()).removeRecursively(); }
+    void cleanupTestCase()
+    {
+        removeSettingsIni();
+        QDir(Downloader::firmwareDir()).removeRecursively();
+        QFile::remove(QCoreApplication::applicationDirPath() + "/escape me.bin");
+    }
+
+    void newerVersion_data()
+    {
+        QTest::addColumn<QString>("latest");
+        QTest::addColumn<QString>("current");
+        QTest::addColumn<bool>("newer");
+        QTest::newRow("equal is not newer") << "2.0.1" << "2.0.1" << false;
+        QTest::newRow("older is not newer") << "2.0.0" << "2.0.1" << false;
+        QTest::newRow("numbers compare as numbers, not text") << "2.0.10" << "2.0.1" << true;
+        QTest::newRow("beta against 1.0 compares text and is newer") << "beta" << "1.0" << true;
+        QTest::newRow("text comparison is case-sensitive") << "Beta" << "alpha" << false;
+        QTest::newRow("an unreported current version is older than any") << "1.0" << "" << true;
+        QTest::newRow("an empty manifest version is never newer") << "" << "1.0" << false;
+        QTest::newRow("a number too large for a segment makes it text") << "99999999999999999999.1" << "1.0" << true;
+    }
+    void newerVersion()
+    {
+        QFETCH(QString, latest);
+        QFETCH(QString, current);
+        QTEST(isNewerVersion(latest, current), "newer");
+    }
+
+    // The first file, then an INI sent without a length: a 404 page or an odd name does not stop the list.
+    void downloads_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QByteArray>("page"); // null: not served, the server's 404 page
+        QTest::addColumn<QString>("files");
+        const QByteArray image(100000, 'Z');
+        QTest::newRow("in order, whole") << "/fw/DAT_a.bin" << image << "DAT_a.bin=" + QString(image) + " INI_a.bin=UP";
+        QTest::newRow("404 page kept") << "/fw/DAT_a.bin" << QByteArray() << "DAT_a.bin=<html>no such page</html> INI_a.bin=UP";
+        QTest::newRow("name decoded, kept inside") << "/fw/..%2Fescape%20me.bin" << QByteArray("x") << "INI_a.bin=UP escape me.bin=x";
+        QTest::newRow("encoded .. is the folder: nothing written") << "/fw/%2E%2E" << QByteArray("x") << "INI_a.bin=UP";
+        QTest::newRow("encoded NUL: nothing written") << "/fw/a%00b.dat" << QByteArray("x") << "INI_a.bin=UP";
+    }
+    void downloads()
+    {
+        QFETCH(QString, path);
+        QFETCH(QByteArray, page);
+        QDir(Downloader::firmwareDir()).removeRecursively();
+        if (!page.isNull())
+            server->setPage(path, page);
+        server->setPage("/fw/INI_a.bin", "UP", 200, false);
+        Downloader d;
+        QSignalSpy finished(&d, &Downloader::allFinished);
+        QSignalSpy progress(&d, &Downloader::progress);
+        d.addUrl(QUrl(server->url(path)));
+        d.addUrl(QUrl(server->url("/fw/INI_a.bin")));
+        d.start();
+        QVERIFY(finished.wait(20000));
+        QTEST(stored().join(' '), "files");
+        QCOMPARE(server->requests.size(), 2);
+        QCOMPARE(server->requests.last(), QString("/fw/INI_a.bin"));
+        if (page.size() > 1) // the large file reports its whole size
+            QVERIFY(progress.contains(QVariantList({QString("DAT_a.bin"), qint64(page.size()), qint64(page.size())})));
+        QCOMPARE(progress.last(), QVariantList({QString("INI_a.bin"), qint64(2), qint64(-1)})); // no length: unknown
+    }
+
+    void clearingKeepsFolders()
+    {
+        Downloader d;
+        QSignalSpy finished(&d, &Downloader::allFinished);
+        d.start(); // an empty list finishes at once
+        QCOMPARE(finished.count(), 1);
+        QVERIFY(QDir(Downloader::firmwareDir()).mkpath("old"));
+        QVERIFY(QFile(Downloader::firmwareDir() + "/old/inner.bin").open(QIODevice::WriteOnly));
+        d.clearFirmwareDir();
+        QCOMPARE(stored(), QStringList());
+        QVERIFY(QFile::exists(Downloader::firmwareDir() + "/old/inner.bin"));
+    }
 
     // One manifest per row, the other says nothing new; the box reports boxVersion, the firmware check is asked
     // for twice. "said" is every question asked (the application's answered yes), warning given and page opened.
