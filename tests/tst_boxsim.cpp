@@ -2,14 +2,12 @@
 #include "testsupport.h"
 
 #include "app/mainwindow.h"
-#include "link/frame.h"
 #include "settings/settings.h"
 #include "ui_mainwindow.h"
 
 #include <QComboBox>
 #include <QFileInfo>
 #include <QProcess>
-#include <QSerialPort>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTextBrowser>
@@ -65,9 +63,7 @@ private slots:
         QTest::newRow("direction above 255") << QByteArray("M 1 0B* 0B\n256 1 00\n") << ":2: bad direction '256'";
         QTest::newRow("gap missing") << QByteArray("# power-up\nM\n") << ":2: missing tick gap";
         QTest::newRow("binary byte shown escaped") << QByteArray("M 1 0B \xff\xfe\n") << ":1: bad byte '\\xff\\xfe'";
-        QTest::newRow("string not closed") << QByteArray("\nM 1 \"ACM 00\n") << ":2: unterminated string";
         QTest::newRow("line too long") << "M 1" + QByteArray(" 00").repeated(4097) << ":1: more than 4096 bytes on one line";
-        QTest::newRow("second loop mark") << QByteArray("loop\nM 1 00\nloop\n") << ":3: a second loop mark";
         QTest::newRow("no transfers at all") << QByteArray("# only words\n\n") << ": no transfers";
     }
     void badScenarioNamesFileAndLine()
@@ -80,34 +76,6 @@ private slots:
         const auto [code, out] = runToEnd({"--scenario", file});
         QCOMPARE(code, 2);
         QVERIFY2(out.startsWith("vendscope-boxsim: " + file + message), qPrintable(out));
-    }
-
-    // By hand: silence until modeSet, a loop's frames with ticks counting on, version and firmware request once however
-    // often the mode is set, the boot token after whole reports. Mode bits, checksums and strings show further down.
-    void handPlayedLine()
-    {
-        QTemporaryDir dir;
-        Sim sim({"--scenario", writeScenario(dir, "M 10 00\nloop\nS 5 01\n"), "--rate", "100", "--status-ms", "150",
-                 "--version", "ABC_2.3.4", "--request-firmware"});
-        QSerialPort port(sim.path);
-        QVERIFY(port.open(QIODevice::ReadWrite));
-        QVERIFY(!port.waitForReadyRead(300));
-        QByteArray in;
-        const auto came = [&](const QByteArrayList &parts) {
-            in += port.readAll();
-            return std::all_of(parts.begin(), parts.end(), [&](const QByteArray &part) { return in.contains(part); });
-        };
-        port.write(BoxFrame::build(BoxFrame::KindModeSet, hexBytes("0301"))); // 232 at the second rate
-        const QByteArrayList frames{hexBytes("A55A0013020000000A0000000C000300140D0A"),
-                                    hexBytes("A55A0013020000001100000013010301100D0A"),
-                                    hexBytes("A55A001302000000180000001A010301100D0A")};
-        QVERIFY2(waitUntil([&] { return came(frames); }), in.toHex(' ').constData());
-        port.write(BoxFrame::build(BoxFrame::KindModeSet, hexBytes("01FF")));
-        port.write(hexBytes("A55A0008060E0D0A")); // boot
-        QVERIFY2(waitUntil([&] { return came({"\r\n\x16"}); }), in.toHex(' ').constData());
-        const QByteArray version = hexBytes("A55A001203094142435F322E332E34320D0A"); // ABC_2.3.4
-        const QByteArray fw = hexBytes("A55A000850580D0A"); // the firmware request
-        QVERIFY2(in.startsWith(version + fw) && in.count(version) + in.count(fw) == 2, in.toHex(' ').constData());
     }
 
     // The demo's way in: the simulator writes the settings, the user only clicks Connect.

@@ -12,34 +12,22 @@
 #include <QTemporaryDir>
 #include <QTextBrowser>
 
-// Answers the modal dialogs that come up, one after the other, with the
-// given handlers; each handler gets the dialog it is to answer.
-class ModalAnswers : public QObject
+using Handler = std::function<void(QWidget *)>;
+
+// Answers the modal dialogs that come up, one after the other, each with its handler, while the timer lives.
+static std::unique_ptr<QTimer> answerModals(const QList<Handler> &handlers)
 {
-public:
-    using Handler = std::function<void(QWidget *)>;
-    explicit ModalAnswers(QList<Handler> handlers) : handlers(std::move(handlers))
-    {
-        startTimer(20);
-    }
-    int answered = 0;
-
-protected:
-    void timerEvent(QTimerEvent *) override
-    {
+    auto timer = std::make_unique<QTimer>();
+    QObject::connect(timer.get(), &QTimer::timeout, [handlers, last = QPointer<QWidget>(), n = 0]() mutable {
         QWidget *modal = QApplication::activeModalWidget();
-        if (!modal || modal == last || answered >= handlers.size())
-            return;
-        last = modal;
-        handlers[answered++](modal);
-    }
+        if (modal && modal != last && n < handlers.size())
+            handlers[n++](last = modal);
+    });
+    timer->start(20);
+    return timer;
+}
 
-private:
-    QList<Handler> handlers;
-    QPointer<QWidget> last;
-};
-
-static ModalAnswers::Handler chooseFile(const QString &path, QString *proposed = nullptr)
+static Handler chooseFile(const QString &path, QString *proposed = nullptr)
 {
     return [=](QWidget *w) {
         auto *dialog = qobject_cast<QFileDialog *>(w);
@@ -55,7 +43,7 @@ static ModalAnswers::Handler chooseFile(const QString &path, QString *proposed =
     };
 }
 
-static ModalAnswers::Handler readBox(QString *text)
+static Handler readBox(QString *text)
 {
     return [=](QWidget *w) {
         auto *box = qobject_cast<QMessageBox *>(w);
@@ -72,106 +60,95 @@ private slots:
     void init() { writeSettingsIni(); }
     void cleanupTestCase() { removeSettingsIni(); }
 
-    void saveNameRules_data();
-    void saveNameRules();
-    void loadReplacesView();
-    void failuresChangeNothing_data();
-    void failuresChangeNothing();
-};
-
-void TestLogFile::saveNameRules_data()
-{
-    QTest::addColumn<QString>("chosen");
-    QTest::addColumn<QString>("written");
-    QTest::addColumn<bool>("html");
-    QTest::newRow("no extension becomes html") << "capture" << "capture.html" << true;
-    QTest::newRow("upper-case TXT stays text") << "CAPTURE.TXT" << "CAPTURE.TXT" << false;
-    QTest::newRow("mixed-case HTML is html") << "Trace.HTML" << "Trace.HTML" << true;
-    QTest::newRow("other extension gets html appended") << "trace.log" << "trace.log.html" << true;
-}
-
-void TestLogFile::saveNameRules()
-{
-    QFETCH(QString, chosen);
-    QFETCH(QString, written);
-    QFETCH(bool, html);
-    QTemporaryDir dir;
-    QString proposed;
+    void saveNameRules_data()
     {
-        MainWindow w;
-        w.ui->textBrowserParsed->append("<span style='color: red;'>0012 : M-&gt; 0B 0B</span>");
-        w.ui->textBrowserParsed->append("second line");
-        ModalAnswers answers({chooseFile(dir.filePath(chosen), &proposed)});
-        const QDateTime now = QDateTime::currentDateTime();
-        w.ui->actionSave->trigger();
-        QCOMPARE(answers.answered, 1);
-        QCOMPARE(QFileInfo(proposed).absolutePath(), QCoreApplication::applicationDirPath());
-        const QString name = QFileInfo(proposed).fileName();
-        QVERIFY2(QRegularExpression("^Log_\\d{8}_\\d{6}\\.txt$").match(name).hasMatch(), qPrintable(name));
-        QVERIFY(qAbs(QDateTime::fromString(name.mid(4, 15), "yyyyMMdd_HHmmss").secsTo(now)) <= 2);
-        QCOMPARE(w.logPath, QFileInfo(dir.path()).absoluteFilePath());
+        QTest::addColumn<QString>("chosen");
+        QTest::addColumn<QString>("written");
+        QTest::addColumn<bool>("html");
+        QTest::newRow("no extension becomes html") << "capture" << "capture.html" << true;
+        QTest::newRow("upper-case TXT stays text") << "CAPTURE.TXT" << "CAPTURE.TXT" << false;
+        QTest::newRow("mixed-case HTML is html") << "Trace.HTML" << "Trace.HTML" << true;
+        QTest::newRow("other extension gets html appended") << "trace.log" << "trace.log.html" << true;
     }
-    QFile file(dir.filePath(written));
-    QVERIFY2(file.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(file.fileName()));
-    const QString content = QString::fromUtf8(file.readAll());
-    if (html)
-        QVERIFY(content.contains("<html>") && content.contains("color:#ff0000"));
-    else
-        QCOMPARE(content, QString("0012 : M-> 0B 0B\nsecond line"));
-    // The folder of the last save is proposed again after a restart.
-    MainWindow again;
-    QCOMPARE(again.logPath, QFileInfo(dir.path()).absoluteFilePath());
-}
-
-void TestLogFile::loadReplacesView()
-{
-    QTemporaryDir dir;
-    QFile file(dir.filePath("old.txt"));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("<b>not bold</b>\nsecond \xC3\xA9\n");
-    file.close();
-    MainWindow w;
-    w.ui->textBrowserParsed->append("shown before");
-    const QString before = w.logPath;
-    ModalAnswers answers({chooseFile(file.fileName())});
-    w.ui->actionLog->trigger();
-    QCOMPARE(w.ui->textBrowserParsed->toPlainText(), QString::fromUtf8("<b>not bold</b>\nsecond \xC3\xA9\n"));
-    QCOMPARE(w.logPath, before);
-}
-
-void TestLogFile::failuresChangeNothing_data()
-{
-    QTest::addColumn<bool>("save");
-    QTest::addColumn<QString>("path"); // empty: the user cancels
-    QTest::addColumn<QString>("message");
-    QTest::newRow("save into a missing folder") << true << "missing/folder/log.txt"
-                                                << "Error|Cannot open file: No such file or directory";
-    // A socket exists but cannot be opened as a file, not even by root.
-    QTest::newRow("load what is no file") << false << "socket.txt" << "File Error|Cannot open file: No such device or address";
-    QTest::newRow("save cancelled") << true << "" << "";
-    QTest::newRow("load cancelled") << false << "" << "";
-}
-
-void TestLogFile::failuresChangeNothing()
-{
-    QFETCH(bool, save);
-    QFETCH(QString, path);
-    QFETCH(QString, message);
-    QTemporaryDir dir;
-    QLocalServer socket;
-    QVERIFY(socket.listen(dir.filePath("socket.txt")));
-    MainWindow w;
-    w.ui->textBrowserParsed->append("kept");
-    const QString before = w.logPath;
-    QString shown;
-    auto reject = [](QWidget *d) { static_cast<QDialog *>(d)->reject(); };
-    ModalAnswers answers(path.isEmpty() ? QList<ModalAnswers::Handler>{reject}
-                                        : QList<ModalAnswers::Handler>{chooseFile(dir.filePath(path)), readBox(&shown)});
-    (save ? w.ui->actionSave : w.ui->actionLog)->trigger();
-    QCOMPARE(shown, message);
-    QCOMPARE(w.ui->textBrowserParsed->toPlainText(), QString("kept"));
-    QCOMPARE(w.logPath, before);
-}
+    void saveNameRules()
+    {
+        QFETCH(QString, chosen);
+        QFETCH(QString, written);
+        QFETCH(bool, html);
+        QTemporaryDir dir;
+        QString proposed;
+        {
+            MainWindow w;
+            w.ui->textBrowserParsed->append("<span style='color: red;'>0012 : M-&gt; 0B 0B</span>");
+            w.ui->textBrowserParsed->append("second line");
+            const auto answers = answerModals({chooseFile(dir.filePath(chosen), &proposed)});
+            const QDateTime now = QDateTime::currentDateTime();
+            w.ui->actionSave->trigger();
+            QCOMPARE(QFileInfo(proposed).absolutePath(), QCoreApplication::applicationDirPath());
+            const QString name = QFileInfo(proposed).fileName();
+            QVERIFY2(QRegularExpression("^Log_\\d{8}_\\d{6}\\.txt$").match(name).hasMatch(), qPrintable(name));
+            QVERIFY(qAbs(QDateTime::fromString(name.mid(4, 15), "yyyyMMdd_HHmmss").secsTo(now)) <= 2);
+            QCOMPARE(w.logPath, QFileInfo(dir.path()).absoluteFilePath());
+        }
+        QFile file(dir.filePath(written));
+        QVERIFY2(file.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(file.fileName()));
+        const QString content = QString::fromUtf8(file.readAll());
+        if (html)
+            QVERIFY(content.contains("<html>") && content.contains("color:#ff0000"));
+        else
+            QCOMPARE(content, QString("0012 : M-> 0B 0B\nsecond line"));
+        // The folder of the last save is proposed again after a restart.
+        MainWindow again;
+        QCOMPARE(again.logPath, QFileInfo(dir.path()).absoluteFilePath());
+    }
+    void loadReplacesView()
+    {
+        QTemporaryDir dir;
+        QFile file(dir.filePath("old.txt"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("<b>not bold</b>\nsecond \xC3\xA9\n");
+        file.close();
+        MainWindow w;
+        w.ui->textBrowserParsed->append("shown before");
+        const QString before = w.logPath;
+        const auto answers = answerModals({chooseFile(file.fileName())});
+        w.ui->actionLog->trigger();
+        QCOMPARE(w.ui->textBrowserParsed->toPlainText(), QString::fromUtf8("<b>not bold</b>\nsecond \xC3\xA9\n"));
+        QCOMPARE(w.logPath, before);
+    }
+    void failuresChangeNothing_data()
+    {
+        QTest::addColumn<bool>("save");
+        QTest::addColumn<QString>("path"); // empty: the user cancels
+        QTest::addColumn<QString>("message");
+        QTest::newRow("save into a missing folder") << true << "missing/folder/log.txt"
+                                                    << "Error|Cannot open file: No such file or directory";
+        // A socket exists but cannot be opened as a file, not even by root.
+        QTest::newRow("load what is no file") << false << "socket.txt" << "File Error|Cannot open file: No such device or address";
+        QTest::newRow("save cancelled") << true << "" << "";
+        QTest::newRow("load cancelled") << false << "" << "";
+    }
+    void failuresChangeNothing()
+    {
+        QFETCH(bool, save);
+        QFETCH(QString, path);
+        QFETCH(QString, message);
+        QTemporaryDir dir;
+        QLocalServer socket;
+        QVERIFY(socket.listen(dir.filePath("socket.txt")));
+        MainWindow w;
+        w.ui->textBrowserParsed->append("kept");
+        const QString before = w.logPath;
+        QString shown;
+        auto reject = [](QWidget *d) { static_cast<QDialog *>(d)->reject(); };
+        const auto answers = answerModals(path.isEmpty() ? QList<Handler>{reject}
+                                                         : QList<Handler>{chooseFile(dir.filePath(path)), readBox(&shown)});
+        (save ? w.ui->actionSave : w.ui->actionLog)->trigger();
+        QCOMPARE(shown, message);
+        QCOMPARE(w.ui->textBrowserParsed->toPlainText(), QString("kept"));
+        QCOMPARE(w.logPath, before);
+    }
+};
 
 QTEST_MAIN(TestLogFile)
 #include "tst_logfile.moc"

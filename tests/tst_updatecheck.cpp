@@ -150,19 +150,6 @@ private slots:
         QCOMPARE(progress.last(), QVariantList({QString("INI_a.bin"), qint64(2), qint64(-1)})); // no length: unknown
     }
 
-    void clearingKeepsFolders()
-    {
-        Downloader d;
-        QSignalSpy finished(&d, &Downloader::allFinished);
-        d.start(); // an empty list finishes at once
-        QCOMPARE(finished.count(), 1);
-        QVERIFY(QDir(Downloader::firmwareDir()).mkpath("old"));
-        QVERIFY(QFile(Downloader::firmwareDir() + "/old/inner.bin").open(QIODevice::WriteOnly));
-        d.clearFirmwareDir();
-        QCOMPARE(stored(), QStringList());
-        QVERIFY(QFile::exists(Downloader::firmwareDir() + "/old/inner.bin"));
-    }
-
     // One manifest per row, the other says nothing new; the box reports boxVersion, the firmware check is asked
     // for twice. "said" is every question asked (the application's answered yes), warning given and page opened.
     void whatTheChecksSay_data()
