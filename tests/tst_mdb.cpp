@@ -272,22 +272,6 @@ private slots:
         }
     }
 
-    void overThePseudoTerminal()
-    {
-        Pty pty;
-        MainWindow w;
-        connectTo(w, pty.slavePath());
-        // The coin changer's poll, ticks 10 to 12, the process's first MDB frame (the gap counts from 0); it flips the lamp.
-        const QByteArray frame = QByteArray::fromHex("A55A0016020000000A0000000C00000B010B00130D0A");
-        pty.write(frame);
-        QVERIFY(waitUntil([&] { return w.lampOn; }, 10000));
-        lastEnd = 12;
-        expectView(w, {"green 0010 : M-> 0B 0B~POLL"});
-        w.settings->comboBoxInterpret->setCurrentText("VSI");
-        pty.write(frame);
-        QVERIFY(waitUntil([&] { return !w.lampOn; }, 10000));
-        expectView(w, {"green 0010 : M-> 0B 0B~POLL"});
-    }
     void transactions_data()
     {
         QTest::addColumn<QStringList>("steps"); // as next() reads them; "switch" flips the interpret switch, "poll" the Poll box

@@ -148,6 +148,7 @@ private slots:
         QTest::addColumn<int>("mode");
         QTest::addColumn<QByteArray>("bus");
         QTest::addColumn<QString>("shown");
+        QTest::newRow("MDB") << 0 << hexBytes("0B010B00") << "0007 : M-> 0B 0B POLL";
         QTest::newRow("VSI") << 1 << hexBytes("0AFF") << "0007 : 0A FF";
         QTest::newRow("VTS") << 2 << hexBytes("5A01") << "0007 : M-> 5A 01";
         QTest::newRow("232") << 3 << hexBytes("41540D") << "0007 : 41 54 0D";
@@ -161,7 +162,7 @@ private slots:
     {
         QFETCH(int, mode);
         QFETCH(QByteArray, bus);
-        const int other = mode % 8 + 1; // another non-MDB mode
+        const int other = mode % 8 + 1; // another mode, never MDB
         writeSettingsIni({{"mode", mode}});
         Pty pty;
         MainWindow w;
@@ -171,7 +172,7 @@ private slots:
         // The renderers' tick is process-wide: a first frame of our own sets it.
         pty.write(busFrame(0, 1000, 0, mode, QByteArray()) + busFrame(1007, 1010, 0, mode, bus));
         QVERIFY(waitUntil([&] { return view->blockCount() == 3; }, 10000));
-        QTEST(view->lastBlock().text().simplified(), "shown"); // IEBus's breaks as spaces
+        QTEST(view->lastBlock().text().simplified(), "shown"); // line breaks as spaces
         w.settings->comboBoxInterpret->setCurrentIndex(other);
         pty.write(busFrame(1020, 1030, 0, mode, bus) + busFrame(1040, 1050, 1, other, hexBytes("01027E")));
         QVERIFY(waitUntil([&] { return view->lastBlock().text().endsWith("7E"); }, 10000)); // every renderer ends so
