@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QStringList>
 #include <QVariantMap>
 #include <QtTest>
@@ -27,7 +28,6 @@ public:
     QByteArray read();
     // Waits, running the event loop, until at least n bytes came back.
     QByteArray readAtLeast(int n, int timeoutMs = 3000);
-    int masterFd() const { return master; }
 
 private:
     int master = -1;
@@ -61,5 +61,25 @@ public:
 
 // Opens the window's port on the given path through the port combo box.
 void connectTo(MainWindow &w, const QString &path);
+
+#ifdef VS_BOXSIM
+// The box simulator as a process, stopped when this goes; path is the device it printed first.
+struct BoxSim
+{
+    explicit BoxSim(const QStringList &args)
+    {
+        proc.start(VS_BOXSIM, args);
+        waitUntil([&] { return proc.canReadLine() || proc.state() == QProcess::NotRunning; }, 10000);
+        path = QString::fromLocal8Bit(proc.readLine()).trimmed();
+    }
+    ~BoxSim()
+    {
+        proc.terminate(); // QProcess kills it if that is not enough
+        proc.waitForFinished(5000);
+    }
+    QProcess proc;
+    QString path;
+};
+#endif
 
 #endif // TESTSUPPORT_H

@@ -1,4 +1,4 @@
-// The box simulator as a user meets it: a process whose line is played by hand or by the main window.
+// The box simulator as a user meets it: a process whose line the main window plays.
 #include "testsupport.h"
 
 #include "app/mainwindow.h"
@@ -13,20 +13,6 @@
 #include <QTextBrowser>
 
 #ifdef VS_BOXSIM
-
-// One simulator process, stopped when this goes; path is its first output line.
-struct Sim
-{
-    explicit Sim(const QStringList &args)
-    {
-        proc.start(VS_BOXSIM, args);
-        waitUntil([&] { return proc.canReadLine() || proc.state() == QProcess::NotRunning; }, 10000);
-        path = QString::fromLocal8Bit(proc.readLine()).trimmed();
-    }
-    ~Sim() { proc.terminate(), proc.waitForFinished(5000); } // QProcess kills it if that was not enough
-    QProcess proc;
-    QString path;
-};
 
 static QPair<int, QString> runToEnd(const QStringList &args)
 {
@@ -85,7 +71,7 @@ private slots:
         const QString link = dir.filePath("box");
         writeSettingsIni({{"Update", true}, {"updateServer", "http://127.0.0.1:1"}, {"mode", 0}});
         {
-            Sim sim({"--link", link, "--demo-settings", settingsIniPath()});
+            BoxSim sim({"--link", link, "--demo-settings", settingsIniPath()});
             QCOMPARE(QFileInfo(link).symLinkTarget(), sim.path);
             QSettings ini(settingsIniPath(), QSettings::IniFormat);
             QCOMPARE(QStringList({ini.value("serial/portName").toString(), ini.value("Update").toString(),
@@ -134,7 +120,7 @@ private slots:
         QFETCH(QString, logged);
         QFETCH(QStringList, shown);
         MessageLog log;
-        Sim sim(args);
+        BoxSim sim(args);
         MainWindow w;
         connectTo(w, sim.path);
         QVERIFY(waitUntil([&] { return !w.firmwareVersion.isEmpty(); }));

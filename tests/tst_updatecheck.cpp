@@ -246,13 +246,11 @@ private slots:
         server->setPage("/fw/INI_1.1.0.bin", hexBytes("5550000003000003000007D0") + QByteArray("1.1.0", 6));
         server->setPage("/fw/COF_1.1.0.bin", "coefficients");
         QTemporaryDir out;
-        QProcess sim;
-        sim.start(VS_BOXSIM, {"--image-out", out.filePath("image.bin"), "--rate", "20"});
-        QVERIFY(waitUntil([&] { return sim.canReadLine(); }, 10000));
+        BoxSim sim({"--image-out", out.filePath("image.bin"), "--rate", "20"});
         User user(QMessageBox::Yes);
         MainWindow w;
         QVERIFY(waitHandled(w, 1)); // the start-up check, first so that the order below is known
-        connectTo(w, QString::fromLocal8Bit(sim.readLine()).trimmed());
+        connectTo(w, sim.path);
         QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == "Upgrade end"; }, 30000));
         QCOMPARE(server->requests, QStringList({applicationPath, firmwarePath, "/fw/DAT_1.1.0.bin", "/fw/INI_1.1.0.bin",
                                                 "/fw/COF_1.1.0.bin"}));
@@ -262,8 +260,6 @@ private slots:
         QVERIFY(waitUntil([&] { return written.size() == image.size(); }));
         QVERIFY(written.open(QIODevice::ReadOnly));
         QCOMPARE(written.readAll(), image);
-        sim.terminate();
-        QVERIFY(sim.waitForFinished(5000));
 #endif
     }
 };
