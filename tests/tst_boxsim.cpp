@@ -102,14 +102,8 @@ private slots:
         QTest::newRow("MDB: coin, bill, cashless and the one planted FCC err") << fast << 0 << "" << QStringList{
             "JUST RESET", "Changer setup information", "COIN TYPE", "Bill Validator Setup Information", "ESCROW POSITION", "BILL STACKED",
             "Reader Config Data", "Begin Session", "Vend Approved", "SESSION COMPLETE", "VEND DENIED", "unknow command 0x40", "FCC err"};
-        QTest::newRow("VSI") << fast << 1 << "" << QStringList{"02 01 0C E1 03 00 0C 00 96 01"};
         QTest::newRow("VTS") << fast << 2 << "" << QStringList{"M-> 5A 02 10 00 01"};
-        QTest::newRow("232") << fast << 3 << "" << QStringList{"41 54 2B 43 52 45 47 3F 0D"};
         QTest::newRow("ISS") << fast << 4 << "" << QStringList{"Serial number registration requirement"};
-        QTest::newRow("Debug") << fast << 5 << "" << QStringList{"73 61 6C 65 73 3D"};
-        QTest::newRow("485") << fast << 6 << "" << QStringList{"01 04 02 01 2C B9 7D"};
-        QTest::newRow("CAN") << fast << 7 << "" << QStringList{"07 00 08 00 41 00"};
-        QTest::newRow("TTL") << fast << 8 << "" << QStringList{"10 01 31 32 33"};
         QTest::newRow("noise survived") << fast + QStringList{"--noise", "--seed", "7"} << 3 << "FCC error" << QStringList{"41 54 2B 43 53 51 0D"};
         QTest::newRow("silence trips the watchdog") << QStringList{"--silence-after", "5", "--rate", "50"} << 0 << "port reconnected:" << QStringList{};
     }

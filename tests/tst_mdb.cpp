@@ -141,7 +141,6 @@ private slots:
             "STACKER Status~Stacker Full Flag: No~Number of Bills in Stacker: 32767");
         row("bill type disabled, escrow for 0", &Bill::billType, hx("00000001"),
             "BILL TYPE~Action: Bill Validator Disabled~Escrow Enabled Bill Types:^[0] ");
-        row("escrow 00 returns", &Bill::escrow, hx("00"), "Escrow Status~Action: Return bill in escrow position");
         row("escrow other even is reserved", &Bill::escrow, hx("02"), "Escrow Status~Action: Invalid / Reserved value");
 
         row("setup config data, unknown level, unused format", &Card::setup, hx("000710020F"), "Setup Config Data"
@@ -193,9 +192,7 @@ private slots:
         row("late reply turns red", {6, "0B00", "0001", "0B0B", "JUST RESET", "red", "0B00"});
         row("reply with bad checksum still decoded", {0, "0B00", "0001", "0B0C", FCC + "JUST RESET", "gray", "0B00"});
         row("cashless 2 command: no text, magenta", {0, "0000", "0100", "6262", "", "magenta", "6200"});
-        row("coin DISPENSE named", {0, "0000", "010000", "0D121F", "DISPENSE", "green", "0D00"});
         row("EXPANSION unknown", {0, "0000", "010000", "0FFA09", "EXPANSION / unknow subcommand 0xfa", "red", "0FFA"});
-        row("EXPANSION IDENTIFICATION", {0, "0007", "010000", "0F000F", "EXPANSION / IDENTIFICATION", "green", "0F00"});
         row("EXPANSION alone decodes no reply", {0, "0005", "01", "0F", FCC + "EXPANSION /~Length error", "green", "0FFF"});
         row("diagnostic reply", {1, "0F05", "000001", "030003",
             "Changer Diagnostic Status~Status Code [03 / 00]: OK - Fully operational", "gray", "0F05"});
