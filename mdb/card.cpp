@@ -100,6 +100,25 @@ QString unknownSubcommand(unsigned char code)
     return QStringLiteral("%1Unknown Subcommand: 0x%2").arg(fieldIndent, hex2(code));
 }
 
+// A sub-command by its first byte: a fixed name, or the decoder of the whole message.
+struct SubDecoder
+{
+    unsigned char code;
+    const char *name;
+    QString (*decode)(const unsigned char *p, int n);
+};
+
+template <std::size_t N>
+QString dispatch(const SubDecoder (&table)[N], const unsigned char *p, int n)
+{
+    if (n < 1)
+        return fieldLengthError();
+    for (const SubDecoder &sub : table)
+        if (sub.code == p[0])
+            return sub.decode ? sub.decode(p, n) : QString::fromLatin1(sub.name);
+    return unknownSubcommand(p[0]);
+}
+
 // The identification record shared by the VMC's Request ID and the reader's
 // Peripheral ID: bytes 1 to 29.
 QString identificationRecord(const char *header, const unsigned char *p, int n)
@@ -225,13 +244,13 @@ QString readerConfigData(const unsigned char *p, int n)
 QString displayRequest(const unsigned char *p, int n)
 {
     QString text;
-    if (tooShort(text, "Display Request (02H)<br>", n, 2))
+    if (tooShort(text, "Display Request (02H)<br>", n, 3))
         return text;
     text += QStringLiteral("%1Display Time: %2 ms (%3 \u00D7 0.1s units)<br>")
                 .arg(fieldIndent)
-                .arg(p[0] * 100)
-                .arg(int(p[0]));
-    text += line("%1Display Data: %2<br>", latin1(p + 1, qMin(n - 1, 32)));
+                .arg(p[1] * 100)
+                .arg(int(p[1]));
+    text += line("%1Display Data: %2<br>", latin1(p + 2, qMin(n - 2, 32)));
     return finish(text);
 }
 
@@ -282,52 +301,28 @@ Card::Card(QObject *parent)
 
 QString Card::setup(const unsigned char *p, int n)
 {
-    if (n < 1)
-        return fieldLengthError();
-    switch (p[0]) {
-    case 0x00: return finish(setupConfigData(p, n));
-    case 0x01: return finish(setupMaxMinPrice(p, n));
-    default: return unknownSubcommand(p[0]);
-    }
+    static constexpr SubDecoder table[] = {{0x00, nullptr, setupConfigData}, {0x01, nullptr, setupMaxMinPrice}};
+    return dispatch(table, p, n);
 }
 
 QString Card::vend(const unsigned char *p, int n)
 {
-    if (n < 1)
-        return fieldLengthError();
-    switch (p[0]) {
-    case 0x00: return finish(vendRequest(p, n));
-    case 0x01: return QStringLiteral("VEND CANCEL");
-    case 0x02: return finish(vendSuccess(p, n));
-    case 0x04: return QStringLiteral("SESSION COMPLETE");
-    default: return unknownSubcommand(p[0]);
-    }
+    static constexpr SubDecoder table[] = {{0x00, nullptr, vendRequest}, {0x01, "VEND CANCEL", nullptr},
+                                           {0x02, nullptr, vendSuccess}, {0x04, "SESSION COMPLETE", nullptr}};
+    return dispatch(table, p, n);
 }
 
 QString Card::expansion(const unsigned char *p, int n)
 {
-    if (n < 1)
-        return fieldLengthError();
-    switch (p[0]) {
-    case 0x00: return finish(expansionRequestID(p, n));
-    case 0x04: return finish(expansionOptionalFeature(p, n));
-    default: return unknownSubcommand(p[0]);
-    }
+    static constexpr SubDecoder table[] = {{0x00, nullptr, expansionRequestID}, {0x04, nullptr, expansionOptionalFeature}};
+    return dispatch(table, p, n);
 }
 
 QString Card::poll(const unsigned char *p, int n)
 {
-    if (n < 1)
-        return fieldLengthError();
-    switch (p[0]) {
-    case 0x00: return QStringLiteral("Just Reset");
-    case 0x01: return finish(readerConfigData(p, n));
-    case 0x02: return finish(displayRequest(p + 1, n - 1));
-    case 0x03: return finish(beginSession(p, n));
-    case 0x05: return finish(vendApproved(p, n));
-    case 0x06: return QStringLiteral("VEND DENIED");
-    case 0x07: return QStringLiteral("END SESSION");
-    case 0x09: return finish(peripheralID(p, n));
-    default: return unknownSubcommand(p[0]);
-    }
+    static constexpr SubDecoder table[] = {
+        {0x00, "Just Reset", nullptr},     {0x01, nullptr, readerConfigData}, {0x02, nullptr, displayRequest},
+        {0x03, nullptr, beginSession},     {0x05, nullptr, vendApproved},     {0x06, "VEND DENIED", nullptr},
+        {0x07, "END SESSION", nullptr},    {0x09, nullptr, peripheralID}};
+    return dispatch(table, p, n);
 }
