@@ -35,8 +35,8 @@ void check(bool ok, const char *what)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     fuzz::ensureApp();
-    // Kept for the whole run and never destroyed: the replay test's
-    // application object is gone before statics would be.
+    // Kept for the whole run and never destroyed: the application object
+    // is gone before statics would be.
     static const QString folder = [] {
         const QString path = QCoreApplication::applicationDirPath() + "/fuzz-firmware";
         QDir().mkpath(path);

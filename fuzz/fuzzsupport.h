@@ -1,8 +1,7 @@
 #ifndef FUZZSUPPORT_H
 #define FUZZSUPPORT_H
 
-// Shared by the fuzz targets and by the corpus replay test, which compiles
-// the targets under other entry names.
+// Shared by the fuzz targets.
 
 #include "app/mainwindow.h"
 #include "link/frame.h"
@@ -25,14 +24,11 @@
 
 namespace fuzz {
 
-// Under libFuzzer nobody else makes the application object; the replay test
-// has one already and keeps its own message handling. True when made here.
-inline bool ensureApp()
+// Under libFuzzer nobody else makes the application object.
+inline void ensureApp()
 {
-    static bool made = false;
     if (QCoreApplication::instance())
-        return made;
-    made = true;
+        return;
     qputenv("QT_QPA_PLATFORM", "offscreen");
     static int argc = 1;
     static char name[] = "fuzz";
@@ -40,7 +36,6 @@ inline bool ensureApp()
     static QApplication app(argc, argv);
     // The parsers log every bad frame; the fuzzer should measure parsing.
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    return true;
 }
 
 // Reads the input front to back; past the end every read gives zeros.
@@ -114,7 +109,7 @@ inline MainWindow *&windowSlot()
     return w;
 }
 
-// Whoever made the application object deletes the window before it.
+// The window must go before the application object.
 inline void releaseWindow()
 {
     delete windowSlot();
@@ -128,7 +123,7 @@ inline MainWindow *window()
     MainWindow *&w = windowSlot();
     if (w)
         return w;
-    const bool ownApp = ensureApp();
+    ensureApp();
     {
         QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
         ini.clear();
@@ -137,8 +132,7 @@ inline MainWindow *window()
     }
     w = new MainWindow;
     // Registered after the static application object, so it runs first.
-    if (ownApp)
-        std::atexit(releaseWindow);
+    std::atexit(releaseWindow);
     return w;
 }
 

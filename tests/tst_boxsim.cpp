@@ -1,17 +1,6 @@
 // The box simulator as a user meets it: a process whose line the main window plays.
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
-#include "settings/settings.h"
-#include "ui_mainwindow.h"
-
-#include <QComboBox>
-#include <QFileInfo>
-#include <QProcess>
-#include <QSettings>
-#include <QTemporaryDir>
-#include <QTextBrowser>
-
 #ifdef VS_BOXSIM
 
 static QPair<int, QString> runToEnd(const QStringList &args)
@@ -91,7 +80,8 @@ private slots:
         QVERIFY2(err.contains("is not a symbolic link"), qPrintable(err));
     }
 
-    // A mode switched as a user does it (settings, close, open) brings its traffic; noise is survived, silence reconnected.
+    // A mode switched as a user does it (settings, close, open) brings its traffic and only its traffic; noise is
+    // survived, silence reconnected.
     void windowAfterModeSwitch_data()
     {
         QTest::addColumn<QStringList>("args");
@@ -102,9 +92,15 @@ private slots:
         QTest::newRow("MDB: coin, bill, cashless and the one planted FCC err") << fast << 0 << "" << QStringList{
             "JUST RESET", "Changer setup information", "COIN TYPE", "Bill Validator Setup Information", "ESCROW POSITION", "BILL STACKED",
             "Reader Config Data", "Begin Session", "Vend Approved", "SESSION COMPLETE", "VEND DENIED", "unknow command 0x40", "FCC err"};
+        QTest::newRow("VSI") << fast << 1 << "" << QStringList{"02 01 05 A2 00"};
         QTest::newRow("VTS") << fast << 2 << "" << QStringList{"M-> 5A 02 10 00 01"};
+        QTest::newRow("232 with noise survived") << fast + QStringList{"--noise", "--seed", "7"} << 3 << "FCC error"
+                                                 << QStringList{"41 54 2B 43 53 51 0D"};
         QTest::newRow("ISS") << fast << 4 << "" << QStringList{"Serial number registration requirement"};
-        QTest::newRow("noise survived") << fast + QStringList{"--noise", "--seed", "7"} << 3 << "FCC error" << QStringList{"41 54 2B 43 53 51 0D"};
+        QTest::newRow("Debug") << fast << 5 << "" << QStringList{"5B 76 6D 63 5D 20 64 6F 6F 72"};
+        QTest::newRow("485") << fast << 6 << "" << QStringList{"01 03 00 00 00 02 C4 0B"};
+        QTest::newRow("CAN") << fast << 7 << "" << QStringList{"01 00 02 01 0C"};
+        QTest::newRow("TTL") << fast << 8 << "" << QStringList{"10 01 31 32 33 34"};
         QTest::newRow("silence trips the watchdog") << QStringList{"--silence-after", "5", "--rate", "50"} << 0 << "port reconnected:" << QStringList{};
     }
     void windowAfterModeSwitch()
@@ -119,6 +115,9 @@ private slots:
         connectTo(w, sim.path);
         QVERIFY(waitUntil([&] { return !w.firmwareVersion.isEmpty(); }));
         w.settings->comboBoxInterpret->setCurrentIndex(mode);
+        w.ui->actionClear->trigger();
+        QTest::qWait(200); // the box goes on with MDB until it is told the new mode, and no other mode's view shows it
+        QVERIFY(mode == 0 || w.ui->textBrowserParsed->toPlainText().isEmpty());
         w.portToggle();
         w.portToggle();
         QVERIFY(waitUntil([&] { return logged.isEmpty() || log.contains(logged); }, 10000));

@@ -2,15 +2,7 @@
 // main window, a boot loader on the far side.
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
-#include "ui_mainwindow.h"
-#include "ui_dialogfirmware.h"
 #include "update/fwupgrade.h"
-
-#include <QDialog>
-#include <QSerialPort>
-#include <QTextBrowser>
-#include <QTemporaryDir>
 
 // Image bytes whose period does not divide the packet size, so a packet cut from the wrong place shows.
 static QByteArray image(int size)

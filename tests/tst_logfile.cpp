@@ -1,17 +1,6 @@
 // Saving the log view to files and loading a text file into it.
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
-#include "ui_mainwindow.h"
-
-#include <QApplication>
-#include <QFileDialog>
-#include <QLineEdit>
-#include <QLocalServer>
-#include <QMessageBox>
-#include <QTemporaryDir>
-#include <QTextBrowser>
-
 using Handler = std::function<void(QWidget *)>;
 
 // Answers the modal dialogs that come up, one after the other, each with its handler, while the timer lives.

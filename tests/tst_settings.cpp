@@ -1,19 +1,6 @@
 // Settings dialog and settings.ini: what is loaded, applied and saved.
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
-#include "settings/settings.h"
-#include "ui_mainwindow.h"
-#include "ui_settings.h"
-
-#include <QCheckBox>
-#include <QComboBox>
-#include <QLabel>
-#include <QLineEdit>
-#include <QSerialPort>
-#include <QSettings>
-#include <QStatusBar>
-
 static QImage iconImage(const QIcon &icon) { return icon.pixmap(32, 32).toImage(); }
 
 static QString rates(const QComboBox *box)

@@ -2,14 +2,8 @@
 #include "httpserver.h"
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
-#include "settings/settings.h"
-#include "ui_dialogfirmware.h"
 #include "update/downloader.h"
 #include "update/versioncompare.h"
-
-#include <QtNetwork>
-#include <QtWidgets>
 
 static const QString firmwarePath = "/updates/Tallybox/Firmware/update.json";
 static const QString applicationPath = "/updates/Tallybox/Windows/update.json";
