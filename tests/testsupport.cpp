@@ -167,6 +167,22 @@ bool MessageLog::contains(const QString &text) const
     return !messages().filter(text).isEmpty();
 }
 
+QString indented(const QString &text)
+{
+    const QString indent = "&nbsp;&nbsp;&nbsp;&nbsp;";
+    return QString(text).replace("~", "<br>" + indent).replace("^", "<br>" + indent + indent);
+}
+
+QString span(const QString &color, const QString &text)
+{
+    return "<span style='color: " + color + ";'>" + indented(text) + "</span>";
+}
+
+QString coloured(const QString &line)
+{
+    return span(line.section(' ', 0, 0), line.section(' ', 1));
+}
+
 void compareView(const QTextBrowser *view, const QStringList &appended)
 {
     QTextBrowser expected;

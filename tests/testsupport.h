@@ -63,6 +63,12 @@ public:
     bool contains(const QString &text) const;
 };
 
+// Shorthand in expected lines: "~" is a line break and the field indent, "^" a line break and the list indent.
+QString indented(const QString &text);
+QString span(const QString &color, const QString &text);
+// "colour text" as the view's span.
+QString coloured(const QString &line);
+
 // The view holds exactly what appending these fragments, one by one, to an empty view gives.
 void compareView(const QTextBrowser *view, const QStringList &appended);
 

@@ -41,6 +41,14 @@ struct Exchange
 };
 Q_DECLARE_METATYPE(Exchange)
 
+// An INI_<version>.bin and DAT_<version>.bin pair in a folder, made if missing.
+static bool writeFirmware(const QString &dir, const QByteArray &ini, const QByteArray &dat, const QString &version = "t")
+{
+    QFile i(dir + "/INI_" + version + ".bin"), d(dir + "/DAT_" + version + ".bin");
+    return QDir().mkpath(dir) && i.open(QIODevice::WriteOnly) && d.open(QIODevice::WriteOnly) && i.write(ini) == ini.size()
+        && d.write(dat) == dat.size();
+}
+
 struct Rig
 {
     Pty pty;
@@ -60,32 +68,12 @@ struct Rig
     }
     bool files(const QByteArray &ini, const QByteArray &dat)
     {
-        const auto write = [&](const char *name, const QByteArray &bytes) {
-            QFile f(dir.path() + name);
-            return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-        };
-        return write("/INI_t.bin", ini) && write("/DAT_t.bin", dat) && fw.openFirmware(dir.path());
+        return writeFirmware(dir.path(), ini, dat) && fw.openFirmware(dir.path());
     }
     QString label() const { return form.labelStatus->text(); }
 };
 
 static QString firmwareDir() { return QCoreApplication::applicationDirPath() + "/firmware"; }
-
-static QByteArray readFile(const QString &name)
-{
-    QFile f(firmwareDir() + "/" + name);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("(unreadable)");
-}
-
-// The image the box asks for, in the window's firmware folder: 3000 bytes in four packets of 768, version 2.0.1.
-static bool writeFirmware()
-{
-    QDir(firmwareDir()).removeRecursively();
-    QFile ini(firmwareDir() + "/INI_2.0.1.bin"), dat(firmwareDir() + "/DAT_2.0.1.bin");
-    return QDir().mkpath(firmwareDir()) && ini.open(QIODevice::WriteOnly) && dat.open(QIODevice::WriteOnly)
-        && ini.write(hexBytes("555000000300000400000BB8") + QByteArray("2.0.1", 6)) == 18 // UP, chunk, total, size
-        && dat.write(image(3000)) == 3000; // the last packet is 696 bytes; a misplaced cut shows
-}
 
 class TestFwUpgrade : public QObject
 {
@@ -93,12 +81,6 @@ class TestFwUpgrade : public QObject
 private slots:
     void init() { writeSettingsIni(); }
     void cleanupTestCase() { removeSettingsIni(); } // the firmware folder is this test's own
-
-    void crc()
-    {
-        QCOMPARE(int(Cal_CRC16(reinterpret_cast<const unsigned char *>("123456789"), 9)), 0x31C3);
-        QCOMPARE(int(Cal_CRC16(reinterpret_cast<const unsigned char *>("abc"), 3)), 0x9DD6);
-    }
 
     void openFirmware_data()
     {
@@ -221,14 +203,19 @@ private slots:
         QFETCH(QString, label);
         QFETCH(int, imageBytes);
         const bool ok = label == "Upgrade end";
-        QVERIFY(writeFirmware());
+        // 3000 bytes in four packets of 768, the last of 696 so that a misplaced cut shows; UP, chunk, total, size.
+        QDir(firmwareDir()).removeRecursively();
+        QVERIFY(writeFirmware(firmwareDir(), hx("555000000300000400000BB8") + QByteArray("2.0.1", 6), image(3000), "2.0.1"));
         // The image goes to a file without the INI or DAT prefix, so the program passes it over.
         BoxSim sim(QStringList{"--request-firmware", "--verbose", "--image-out", firmwareDir() + "/received.bin"} + faults);
         MainWindow w;
         w.fwUpgrade->responseTimeoutMs = 300; // the answer timer's path, sooner
         connectTo(w, sim.path);
         QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == label; }, 30000));
-        QVERIFY(waitUntil([&] { return readFile("received.bin") == readFile("DAT_2.0.1.bin").left(imageBytes); }, 10000));
+        QFile received(firmwareDir() + "/received.bin");
+        QVERIFY(waitUntil([&] { return received.size() == imageBytes; }, 10000));
+        QVERIFY(received.open(QIODevice::ReadOnly));
+        QCOMPARE(received.readAll(), image(imageBytes));
         QCOMPARE(w.firmwareUi->progressBar->value() == 100, ok);
         // Failed, the stall timer hands the port back; only an ended upgrade tells the box its mode again.
         QVERIFY(waitUntil([&] { return !w.fwUpgrade->upgradeRunning; }, 10000));
