@@ -1,14 +1,5 @@
 #include "testsupport.h"
 
-#include "app/mainwindow.h"
-#include "link/frame.h"
-#include "settings/settings.h"
-
-#include <QCoreApplication>
-#include <QFile>
-#include <QMutex>
-#include <QSettings>
-
 #include <cerrno>
 #include <fcntl.h>
 #include <pty.h>
