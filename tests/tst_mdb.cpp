@@ -176,8 +176,6 @@ private slots:
         row("bill POLL reply", {1, "3300", "0001", "0909", "POLL Status~Validator Disabled", "gray", "3300"});
         row("bill STACKER reply", {2, "3600", "000001", "800080",
             "STACKER Status~Stacker Full Flag: Yes~Number of Bills in Stacker: 0", "gray", "3600"});
-        row("cashless VEND REQUEST 13 00 00 3C 00 01 50", {0, "0000", "01000000000000", "1300003C000150",
-            "Vend Request~Item Price (scaled): 60~Item Number: 1", "brown", "1300"});
         row("empty message changes nothing", {40, "1203", "", "", "Length error", "gray", "1203"});
     }
     void interpretor()
