@@ -152,8 +152,8 @@ inline void configure(MainWindow *w, unsigned char mode, unsigned char flags)
     form->checkBoxAmount->setChecked(flags & 0x80);
 }
 
-// Leaves no timer that could touch the port when an event loop runs later
-// (the replay test has one), and a log view that does not grow run by run.
+// Leaves no timer that could touch the port if an event loop runs later,
+// and a log view that does not grow run by run.
 inline void settle(MainWindow *w)
 {
     w->watchdogTimer->stop();
