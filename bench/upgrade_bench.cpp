@@ -6,6 +6,7 @@
 #include "link/frame.h"
 #include "settings/settings.h"
 #include "tools/boxsim/bootloader.h"
+#include "tools/boxsim/rawpty.h"
 #include "update/fwupgrade.h"
 
 #include <QApplication>
@@ -22,10 +23,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <fcntl.h>
 #include <poll.h>
-#include <pty.h>
-#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -205,14 +203,9 @@ int main(int argc, char *argv[])
 
     int master = -1;
     int slave = -1;
-    char name[256] = {};
-    if (openpty(&master, &slave, name, nullptr, nullptr) != 0)
+    QString slavePath;
+    if (!openRawPty(master, slave, slavePath))
         qFatal("openpty failed");
-    termios t{};
-    tcgetattr(slave, &t);
-    cfmakeraw(&t);
-    tcsetattr(slave, TCSANOW, &t);
-    fcntl(master, F_SETFL, fcntl(master, F_GETFL) | O_NONBLOCK);
 
     QThread boxThread;
     auto *box = new BoxSide(master);
@@ -237,7 +230,7 @@ int main(int argc, char *argv[])
             endNs = nowNs();
             cpuEnd = threadCpuNs();
         });
-        w.settings->addPortPath(QString::fromLocal8Bit(name));
+        w.settings->addPortPath(slavePath);
         w.portToggle();
         if (!spin([&] { return modeSets == 1; }, 5000))
             qFatal("the box never got modeSet");

@@ -1,22 +1,14 @@
 #include "testsupport.h"
 
+#include "tools/boxsim/rawpty.h"
+
 #include <cerrno>
-#include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
 #include <unistd.h>
 
 Pty::Pty()
 {
-    char name[256] = {};
-    if (openpty(&master, &slave, name, nullptr, nullptr) != 0)
+    if (!openRawPty(master, slave, path))
         qFatal("openpty failed");
-    termios t{};
-    tcgetattr(slave, &t);
-    cfmakeraw(&t);
-    tcsetattr(slave, TCSANOW, &t);
-    fcntl(master, F_SETFL, fcntl(master, F_GETFL) | O_NONBLOCK);
-    path = QString::fromLocal8Bit(name);
 }
 
 Pty::~Pty()

@@ -3,6 +3,7 @@
 #include "link/frame.h"
 
 #include "bootloader.h"
+#include "rawpty.h"
 
 #include <QSocketNotifier>
 #include <QTimer>
@@ -10,8 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <pty.h>
-#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -84,23 +83,14 @@ bool Box::loadScenarios(QString &error)
 
 bool Box::open(QString &error)
 {
-    char name[256] = {};
-    if (openpty(&master, &slave, name, nullptr, nullptr) != 0) {
+    if (!openRawPty(master, slave, slavePath)) {
         error = QStringLiteral("openpty failed: %1").arg(QString::fromLocal8Bit(strerror(errno)));
         return false;
     }
-    // Raw, like the USB-serial adapter: no echo, no line editing, no CR/LF games.
-    termios t{};
-    tcgetattr(slave, &t);
-    cfmakeraw(&t);
-    cfsetspeed(&t, B115200);
-    tcsetattr(slave, TCSANOW, &t);
     // Our own slave handle stays open so that the master never sees a hang-up
     // while the program closes and reopens the port.
-    fcntl(master, F_SETFL, fcntl(master, F_GETFL) | O_NONBLOCK);
     fcntl(master, F_SETFD, FD_CLOEXEC);
     fcntl(slave, F_SETFD, FD_CLOEXEC);
-    slavePath = QString::fromLocal8Bit(name);
 
     readNotifier = new QSocketNotifier(master, QSocketNotifier::Read, this);
     connect(readNotifier, &QSocketNotifier::activated, this, &Box::readReady);
