@@ -72,16 +72,6 @@ bool waitUntil(const std::function<bool()> &pred, int timeoutMs)
     return true;
 }
 
-QString settingsIniPath()
-{
-    return QCoreApplication::applicationDirPath() + "/settings.ini";
-}
-
-void removeSettingsIni()
-{
-    QFile::remove(settingsIniPath());
-}
-
 void writeSettingsIni(const QVariantMap &values)
 {
     removeSettingsIni();
@@ -102,16 +92,6 @@ QByteArray busFrame(quint32 startTick, quint32 endTick, int direction, int mode,
     body.append(char(mode));
     body.append(bus);
     return BoxFrame::build(BoxFrame::KindBusData, body);
-}
-
-QByteArray versionFrame(const QByteArray &text)
-{
-    return BoxFrame::build(BoxFrame::KindVersion, char(text.size()) + text);
-}
-
-QByteArray hexBytes(const char *hex)
-{
-    return QByteArray::fromHex(QByteArray(hex));
 }
 
 namespace {
@@ -145,25 +125,10 @@ QStringList MessageLog::messages() const
     return logLines;
 }
 
-bool MessageLog::contains(const QString &text) const
-{
-    return !messages().filter(text).isEmpty();
-}
-
 QString indented(const QString &text)
 {
     const QString indent = "&nbsp;&nbsp;&nbsp;&nbsp;";
     return QString(text).replace("~", "<br>" + indent).replace("^", "<br>" + indent + indent);
-}
-
-QString span(const QString &color, const QString &text)
-{
-    return "<span style='color: " + color + ";'>" + indented(text) + "</span>";
-}
-
-QString coloured(const QString &line)
-{
-    return span(line.section(' ', 0, 0), line.section(' ', 1));
 }
 
 void compareView(const QTextBrowser *view, const QStringList &appended)
@@ -175,8 +140,3 @@ void compareView(const QTextBrowser *view, const QStringList &appended)
     QCOMPARE(view->toHtml().section("<p ", 1).split('\n'), expected.toHtml().section("<p ", 1).split('\n'));
 }
 
-void connectTo(MainWindow &w, const QString &path)
-{
-    w.settings->addPortPath(path);
-    w.portToggle();
-}

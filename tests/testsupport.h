@@ -45,13 +45,13 @@ bool waitUntil(const std::function<bool()> &pred, int timeoutMs = 3000);
 // Writes settings.ini beside the test executable. Unless the caller says
 // otherwise the update check is off, so no test ever looks up the real server.
 void writeSettingsIni(const QVariantMap &values = {});
-void removeSettingsIni();
-QString settingsIniPath();
+inline QString settingsIniPath() { return QCoreApplication::applicationDirPath() + "/settings.ini"; }
+inline void removeSettingsIni() { QFile::remove(settingsIniPath()); }
 
 // A bus-data frame as the box sends it.
 QByteArray busFrame(quint32 startTick, quint32 endTick, int direction, int mode, const QByteArray &bus);
-QByteArray versionFrame(const QByteArray &text);
-QByteArray hexBytes(const char *hex);
+inline QByteArray versionFrame(const QByteArray &text) { return BoxFrame::build(BoxFrame::KindVersion, char(text.size()) + text); }
+inline QByteArray hexBytes(const char *hex) { return QByteArray::fromHex(hex); }
 
 // Collects Qt's debug and warning output while it lives (one at a time).
 class MessageLog
@@ -60,20 +60,27 @@ public:
     MessageLog();
     ~MessageLog();
     QStringList messages() const;
-    bool contains(const QString &text) const;
+    bool contains(const QString &text) const { return !messages().filter(text).isEmpty(); }
 };
 
 // Shorthand in expected lines: "~" is a line break and the field indent, "^" a line break and the list indent.
 QString indented(const QString &text);
-QString span(const QString &color, const QString &text);
+inline QString span(const QString &color, const QString &text)
+{
+    return "<span style='color: " + color + ";'>" + indented(text) + "</span>";
+}
 // "colour text" as the view's span.
-QString coloured(const QString &line);
+inline QString coloured(const QString &line) { return span(line.section(' ', 0, 0), line.section(' ', 1)); }
 
 // The view holds exactly what appending these fragments, one by one, to an empty view gives.
 void compareView(const QTextBrowser *view, const QStringList &appended);
 
 // Opens the window's port on the given path through the port combo box.
-void connectTo(MainWindow &w, const QString &path);
+inline void connectTo(MainWindow &w, const QString &path)
+{
+    w.settings->addPortPath(path);
+    w.portToggle();
+}
 
 #ifdef VS_BOXSIM
 // The box simulator as a process, stopped when this goes; path is the device it printed first.

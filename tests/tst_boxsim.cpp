@@ -11,12 +11,6 @@ static QPair<int, QString> runToEnd(const QStringList &args)
     return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError())};
 }
 
-static QString writeScenario(const QTemporaryDir &dir, const QByteArray &text)
-{
-    QFile f(dir.filePath("scenario.txt"));
-    return f.open(QIODevice::WriteOnly) && f.write(text) == text.size() ? f.fileName() : QString();
-}
-
 #endif
 
 class TestBoxSim : public QObject
@@ -30,28 +24,6 @@ private slots:
     void cleanupTestCase() { removeSettingsIni(); }
 
     void shippedScenariosAreValid() { QCOMPARE(runToEnd({"--check"}), qMakePair(0, QString())); }
-
-    void badScenarioNamesFileAndLine_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("direction above 255") << QByteArray("M 1 0B* 0B\n256 1 00\n") << ":2: bad direction '256'";
-        QTest::newRow("gap missing") << QByteArray("# power-up\nM\n") << ":2: missing tick gap";
-        QTest::newRow("binary byte shown escaped") << QByteArray("M 1 0B \xff\xfe\n") << ":1: bad byte '\\xff\\xfe'";
-        QTest::newRow("line too long") << "M 1" + QByteArray(" 00").repeated(4097) << ":1: more than 4096 bytes on one line";
-        QTest::newRow("no transfers at all") << QByteArray("# only words\n\n") << ": no transfers";
-    }
-    void badScenarioNamesFileAndLine()
-    {
-        QFETCH(QByteArray, text);
-        QFETCH(QString, message);
-        QTemporaryDir dir;
-        const QString file = writeScenario(dir, text);
-        // Without --check: a bad file must stop the simulator before it prints a port.
-        const auto [code, out] = runToEnd({"--scenario", file});
-        QCOMPARE(code, 2);
-        QVERIFY2(out.startsWith("vendscope-boxsim: " + file + message), qPrintable(out));
-    }
 
     // The demo's way in: the simulator writes the settings, the user only clicks Connect.
     void demoSettingsAndLink()
