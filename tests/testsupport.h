@@ -51,7 +51,7 @@ inline void removeSettingsIni() { QFile::remove(settingsIniPath()); }
 // A bus-data frame as the box sends it.
 QByteArray busFrame(quint32 startTick, quint32 endTick, int direction, int mode, const QByteArray &bus);
 inline QByteArray versionFrame(const QByteArray &text) { return BoxFrame::build(BoxFrame::KindVersion, char(text.size()) + text); }
-inline QByteArray hexBytes(const char *hex) { return QByteArray::fromHex(hex); }
+inline QByteArray hx(const char *hex) { return QByteArray::fromHex(hex); }
 
 // Collects Qt's debug and warning output while it lives (one at a time).
 class MessageLog

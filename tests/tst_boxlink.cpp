@@ -4,8 +4,8 @@
 #include "link/comm.h"
 #include "update/fwupgrade.h"
 
-static const QByteArray heartFrame = hexBytes("A55A0008050D0D0A");
-static const QByteArray modeSetMdb = hexBytes("A55A000A0100000B0D0A");
+static const QByteArray heartFrame = hx("A55A0008050D0D0A");
+static const QByteArray modeSetMdb = hx("A55A000A0100000B0D0A");
 
 // A window whose port is open on a fresh pseudo-terminal, past its modeSet.
 struct Linked
@@ -32,9 +32,9 @@ private slots:
         QTest::addColumn<int>("mode");
         QTest::addColumn<int>("baud");
         QTest::addColumn<QByteArray>("expected");
-        QTest::newRow("232 at 9600") << 3 << 1 << hexBytes("A55A000A010301090D0A");
-        QTest::newRow("CAN at 500 kbps") << 7 << 2 << hexBytes("A55A000A0107020E0D0A");
-        QTest::newRow("ISS has no rate list: FF") << 4 << 0 << hexBytes("A55A000A0104FFF00D0A");
+        QTest::newRow("232 at 9600") << 3 << 1 << hx("A55A000A010301090D0A");
+        QTest::newRow("CAN at 500 kbps") << 7 << 2 << hx("A55A000A0107020E0D0A");
+        QTest::newRow("ISS has no rate list: FF") << 4 << 0 << hx("A55A000A0104FFF00D0A");
     }
     void modeSetOnOpen()
     {
@@ -64,17 +64,17 @@ private slots:
         QTest::newRow("unhandled kind answered") << Chunks{heartFrame} << 1 << 1 << QByteArray();
         QTest::newRow("kind 0 not answered") << Chunks{BoxFrame::build(0x00, "abc")} << 1 << 0 << QByteArray();
         QTest::newRow("bus data not answered")
-            << Chunks{hexBytes("A55A0016020000000A0000000C00000B010B00130D0A")} << 1 << 0 << QByteArray();
+            << Chunks{hx("A55A0016020000000A0000000C00000B010B00130D0A")} << 1 << 0 << QByteArray();
         QTest::newRow("short bus data dropped") << Chunks{BoxFrame::build(0x02, "ab")} << 1 << 0 << QByteArray();
-        QTest::newRow("bad FCC dropped") << Chunks{hexBytes("A55A0008050C0D0A")} << 0 << 0 << QByteArray();
-        QTest::newRow("bad FCC then a good frame") << Chunks{hexBytes("A55A0008050C0D0A"), other} << 1 << 1 << QByteArray();
-        QTest::newRow("noise byte ends the call, frame waits") << Chunks{hexBytes("00") + heartFrame} << 0 << 0 << heartFrame;
+        QTest::newRow("bad FCC dropped") << Chunks{hx("A55A0008050C0D0A")} << 0 << 0 << QByteArray();
+        QTest::newRow("bad FCC then a good frame") << Chunks{hx("A55A0008050C0D0A"), other} << 1 << 1 << QByteArray();
+        QTest::newRow("noise byte ends the call, frame waits") << Chunks{hx("00") + heartFrame} << 0 << 0 << heartFrame;
         QTest::newRow("next arrival releases it, A5 pair dropped")
-            << Chunks{hexBytes("00") + heartFrame, hexBytes("A511")} << 1 << 1 << QByteArray();
+            << Chunks{hx("00") + heartFrame, hx("A511")} << 1 << 1 << QByteArray();
         QTest::newRow("frame split over four chunks")
             << Chunks{big.left(1), big.mid(1, 3), big.mid(4, 20), big.mid(24)} << 1 << 1 << QByteArray();
         QTest::newRow("two frames in one chunk") << Chunks{heartFrame + other} << 2 << 2 << QByteArray();
-        QTest::newRow("length 7 drops the header only") << Chunks{hexBytes("A55A0007") + heartFrame} << 1 << 1 << QByteArray();
+        QTest::newRow("length 7 drops the header only") << Chunks{hx("A55A0007") + heartFrame} << 1 << 1 << QByteArray();
     }
     void receiver()
     {
@@ -100,9 +100,9 @@ private slots:
         QTest::addColumn<QString>("version");
         QTest::newRow("plain text") << versionFrame("XYZ_1.0.0") << QString("XYZ_1.0.0");
         QTest::newRow("count zero empties it") << versionFrame("") << QString();
-        QTest::newRow("negative count empties it") << BoxFrame::build(0x03, hexBytes("F0414243")) << QString();
+        QTest::newRow("negative count empties it") << BoxFrame::build(0x03, hx("F0414243")) << QString();
         QTest::newRow("high bytes kept as Latin-1") << versionFrame("\xE9v") << QString::fromLatin1("\xE9v");
-        QTest::newRow("count past the frame dropped") << BoxFrame::build(0x03, hexBytes("05414243")) << QString("old");
+        QTest::newRow("count past the frame dropped") << BoxFrame::build(0x03, hx("05414243")) << QString("old");
     }
     void versionReport()
     {

@@ -23,37 +23,20 @@ private slots:
     void init() { writeSettingsIni(); }
     void cleanupTestCase() { removeSettingsIni(); }
 
-    void shippedScenariosAreValid() { QCOMPARE(runToEnd({"--check"}), qMakePair(0, QString())); }
-
-    // The demo's way in: the simulator writes the settings, the user only clicks Connect.
-    void demoSettingsAndLink()
+    // --check passes the shipped scenarios; --link never replaces a file that is not a link.
+    void commandLine()
     {
+        QCOMPARE(runToEnd({"--check"}), qMakePair(0, QString()));
         QTemporaryDir dir;
-        const QString link = dir.filePath("box");
-        writeSettingsIni({{"Update", true}, {"updateServer", "http://127.0.0.1:1"}, {"mode", 0}});
-        {
-            BoxSim sim({"--link", link, "--demo-settings", settingsIniPath()});
-            QCOMPARE(QFileInfo(link).symLinkTarget(), sim.path);
-            QSettings ini(settingsIniPath(), QSettings::IniFormat);
-            QCOMPARE(QStringList({ini.value("serial/portName").toString(), ini.value("Update").toString(),
-                                  ini.value("updateServer").toString(), ini.value("mode").toString()}),
-                     QStringList({link, "false", "http://127.0.0.1:9", "0"})); // mode: the user's, kept
-            MainWindow w;
-            w.portToggle();
-            QCOMPARE(w.settings->serialPort->portName(), link);
-            QVERIFY(waitUntil([&] { return w.firmwareVersion == "XYZ_1.0.0"; }));
-            sim.proc.terminate();
-            QVERIFY(sim.proc.waitForFinished(5000));
-            QVERIFY(!QFileInfo(link).isSymLink());
-        }
-        QVERIFY(QFile(link).open(QIODevice::WriteOnly)); // a file that is not a link is never replaced
-        const auto [code, err] = runToEnd({"--link", link});
+        QVERIFY(QFile(dir.filePath("box")).open(QIODevice::WriteOnly));
+        const auto [code, err] = runToEnd({"--link", dir.filePath("box")});
         QCOMPARE(code, 2);
         QVERIFY2(err.contains("is not a symbolic link"), qPrintable(err));
     }
 
-    // A mode switched as a user does it (settings, close, open) brings its traffic and only its traffic; noise is
-    // survived, silence reconnected.
+    // The demo's way in: the simulator selects its link in the settings and turns the update check off; the user
+    // clicks Connect. A mode switched as a user does it (settings, close, open) brings its traffic and only its
+    // traffic; noise is survived, silence reconnected.
     void windowAfterModeSwitch_data()
     {
         QTest::addColumn<QStringList>("args");
@@ -82,9 +65,13 @@ private slots:
         QFETCH(QString, logged);
         QFETCH(QStringList, shown);
         MessageLog log;
-        BoxSim sim(args);
+        QTemporaryDir dir;
+        writeSettingsIni({{"Update", true}, {"updateServer", "http://127.0.0.1:1"}});
+        BoxSim sim(args + QStringList{"--link", dir.filePath("box"), "--demo-settings", settingsIniPath()});
         MainWindow w;
-        connectTo(w, sim.path);
+        QVERIFY(!w.settings->checkBoxUpdate->isChecked());
+        w.ui->actionConnect->trigger();
+        QCOMPARE(w.settings->serialPort->portName(), dir.filePath("box"));
         QVERIFY(waitUntil([&] { return !w.firmwareVersion.isEmpty(); }));
         w.settings->comboBoxInterpret->setCurrentIndex(mode);
         w.ui->actionClear->trigger();

@@ -2,6 +2,7 @@
 // main window, a boot loader on the far side.
 #include "testsupport.h"
 
+#include "update/downloader.h"
 #include "update/fwupgrade.h"
 
 // Image bytes whose period does not divide the packet size, so a packet cut from the wrong place shows.
@@ -12,8 +13,6 @@ static QByteArray image(int size)
         d[i] = char(i % 251);
     return d;
 }
-
-static QByteArray hx(const char *hex) { return hexBytes(hex); }
 
 static QByteArray packet(int sequence, const QByteArray &body, quint16 crc)
 {
@@ -72,8 +71,6 @@ struct Rig
     }
     QString label() const { return form.labelStatus->text(); }
 };
-
-static QString firmwareDir() { return QCoreApplication::applicationDirPath() + "/firmware"; }
 
 class TestFwUpgrade : public QObject
 {
@@ -204,15 +201,15 @@ private slots:
         QFETCH(int, imageBytes);
         const bool ok = label == "Upgrade end";
         // 3000 bytes in four packets of 768, the last of 696 so that a misplaced cut shows; UP, chunk, total, size.
-        QDir(firmwareDir()).removeRecursively();
-        QVERIFY(writeFirmware(firmwareDir(), hx("555000000300000400000BB8") + QByteArray("2.0.1", 6), image(3000), "2.0.1"));
+        QDir(Downloader::firmwareDir()).removeRecursively();
+        QVERIFY(writeFirmware(Downloader::firmwareDir(), hx("555000000300000400000BB8") + QByteArray("2.0.1", 6), image(3000), "2.0.1"));
         // The image goes to a file without the INI or DAT prefix, so the program passes it over.
-        BoxSim sim(QStringList{"--request-firmware", "--verbose", "--image-out", firmwareDir() + "/received.bin"} + faults);
+        BoxSim sim(QStringList{"--request-firmware", "--verbose", "--image-out", Downloader::firmwareDir() + "/received.bin"} + faults);
         MainWindow w;
         w.fwUpgrade->responseTimeoutMs = 300; // the answer timer's path, sooner
         connectTo(w, sim.path);
         QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == label; }, 30000));
-        QFile received(firmwareDir() + "/received.bin");
+        QFile received(Downloader::firmwareDir() + "/received.bin");
         QVERIFY(waitUntil([&] { return received.size() == imageBytes; }, 10000));
         QVERIFY(received.open(QIODevice::ReadOnly));
         QCOMPARE(received.readAll(), image(imageBytes));

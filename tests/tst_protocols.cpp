@@ -38,11 +38,11 @@ private slots:
         QTest::addColumn<QByteArray>("frame");
         QTest::addColumn<QString>("expected"); // null: dropped
         // IEBus payload: broadcast bit, master, slave, control, length, data, then the sum.
-        const auto ie = [](const char *hex, quint32 start = 100) { return busFrame(start, 110, 0, 4, hexBytes("0102") + hexBytes(hex)); };
+        const auto ie = [](const char *hex, quint32 start = 100) { return busFrame(start, 110, 0, 4, hx("0102") + hx(hex)); };
         // Each row starts from an end tick of 100 and the IEBus colour gray, which IEBus never picks.
-        QTest::newRow("VSI unknown direction is an empty paragraph") << 0 << busFrame(107, 110, 2, 1, hexBytes("020501A2")) << "";
+        QTest::newRow("VSI unknown direction is an empty paragraph") << 0 << busFrame(107, 110, 2, 1, hx("020501A2")) << "";
         QTest::newRow("VSI first direction blue, gap across the wrap")
-            << 0 << busFrame(95, 98, 0, 1, hexBytes("0AFF")) << "blue 4294967291 : 0A FF";
+            << 0 << busFrame(95, 98, 0, 1, hx("0AFF")) << "blue 4294967291 : 0A FF";
         QTest::newRow("232 empty payload, direction 1 green") << 0 << busFrame(100, 105, 1, 3, QByteArray()) << "green 0000 : ";
         QTest::newRow("individual display request from the unit is black, two rows") << 0 << ie("01080008C00F01C1A2", 107)
             << "black 0007 : 01 08 00 08 C0 0F 01 C1~individual~Display request control";
@@ -61,7 +61,7 @@ private slots:
         QTest::newRow("wrong checksum shown red despite the filters")
             << 7 << ie("010932080045") << "red 0000 : 01 09 32 08 00 45";
         QTest::newRow("empty payload, even one short of the address bytes, red")
-            << 0 << busFrame(100, 110, 0, 4, hexBytes("01")) << "red 0000 : ";
+            << 0 << busFrame(100, 110, 0, 4, hx("01")) << "red 0000 : ";
     }
     void lines()
     {
@@ -87,15 +87,15 @@ private slots:
         const QByteArray sync = busFrame(0, 4095, 2, 2, QByteArray());
         const QString mark = "<span style='color:white;background-color:#297EA3;'>";
         QTest::newRow("only the first master byte after a sync marked, gap from before it")
-            << QList<QByteArray>{sync, busFrame(107, 110, 0, 2, hexBytes("5A0102")), busFrame(110, 111, 0, 2, hexBytes("5A"))}
+            << QList<QByteArray>{sync, busFrame(107, 110, 0, 2, hx("5A0102")), busFrame(110, 111, 0, 2, hx("5A"))}
             << QStringList{"<span style='color: blue;'>0007 : M-> </span>" + mark + "5A</span><span style='color:blue;'> 01 02</span>",
                            "<span style='color: blue;'>0000 : M-> 5A</span>"};
         QTest::newRow("two syncs act as one, a lone marked byte leaves an empty span")
-            << QList<QByteArray>{sync, sync, busFrame(101, 110, 1, 2, hexBytes("02"))}
+            << QList<QByteArray>{sync, sync, busFrame(101, 110, 1, 2, hx("02"))}
             << QStringList{"<span style='color:green;'>0001 : S-> </span>" + mark + "02</span><span style='color:green;'></span>"};
         QTest::newRow("sync survives a frame too short for a transfer and an unknown direction, which moves the tick")
-            << QList<QByteArray>{sync, busFrame(101, 102, 0, 2, QByteArray()).left(17), busFrame(150, 200, 5, 2, hexBytes("99")),
-                                 busFrame(230, 240, 1, 2, hexBytes("1122"))}
+            << QList<QByteArray>{sync, busFrame(101, 102, 0, 2, QByteArray()).left(17), busFrame(150, 200, 5, 2, hx("99")),
+                                 busFrame(230, 240, 1, 2, hx("1122"))}
             << QStringList{"<span style='color:green;'>0030 : S-> </span>" + mark + "11</span><span style='color:green;'> 22</span>"};
     }
     void vtsSequences()
@@ -111,11 +111,11 @@ private slots:
     // The VSI record interpreter, which no line shows.
     void vsiInterpretor()
     {
-        QCOMPARE(VSI::interpretor(hexBytes("020501BC")), QString("Unknow CMD 0xbc"));
-        QCOMPARE(VSI::interpretor(hexBytes("020501")), QString("Length error"));
-        QCOMPARE(VSI::interpretor(hexBytes("020C01E001FB1A2B")),
+        QCOMPARE(VSI::interpretor(hx("020501BC")), QString("Unknow CMD 0xbc"));
+        QCOMPARE(VSI::interpretor(hx("020501")), QString("Length error"));
+        QCOMPARE(VSI::interpretor(hx("020C01E001FB1A2B")),
                  indented("SERVICE_RPT ~Door: open~Temperature: -5 C~Fault code: 0x1a2b"));
-        QCOMPARE(VSI::interpretor(hexBytes("020E01E2000F42403C02")),
+        QCOMPARE(VSI::interpretor(hx("020E01E2000F42403C02")),
                  indented("INFO_RPT~Machine ID: 1000000~Columns: 60~Decimal places: 2"));
     }
 };

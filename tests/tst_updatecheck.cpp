@@ -22,10 +22,14 @@ public:
 
     QString base() const { return QStringLiteral("http://127.0.0.1:%1").arg(serverPort()); }
     QString url(const QString &path) const { return base() + path; }
-    // sendLength false: no Content-Length, the body ends when the connection closes.
-    void setPage(const QString &path, const QByteArray &body, int status = 200, bool sendLength = true)
+    // "$SERVER" in a body stands for base(); a null body is no page (404). sendLength false: no Content-Length,
+    // the body ends when the connection closes.
+    void setPage(const QString &path, const QByteArray &body, bool sendLength = true)
     {
-        pages[path] = Page{status, body, sendLength};
+        if (body.isNull())
+            pages.remove(path);
+        else
+            pages[path] = Page{200, QByteArray(body).replace("$SERVER", base().toUtf8()), sendLength};
     }
 
     QStringList requests; // paths in the order they were asked for
@@ -106,11 +110,6 @@ class TestUpdateCheck : public QObject
     Q_OBJECT
     std::unique_ptr<HttpServer> server;
 
-    // A null body: no such manifest, the server answers 404.
-    void serve(const QString &path, const QByteArray &body)
-    {
-        server->setPage(path, QByteArray(body).replace("$SERVER", server->base().toUtf8()), body.isNull() ? 404 : 200);
-    }
     // Runs the event loop until the server has had n requests and the window has dealt with every reply.
     bool waitHandled(MainWindow &w, int n)
     {
@@ -125,8 +124,8 @@ private slots:
         QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy); // talk to 127.0.0.1 directly
         server = std::make_unique<HttpServer>();
         // Both checks find nothing new unless a test says so.
-        serve(applicationPath, json("{'version': '1.2.2', 'url': 'https://127.0.0.1/vendscope.tar.gz'}"));
-        serve(firmwarePath, firmwareManifest("1.0"));
+        server->setPage(applicationPath, json("{'version': '1.2.2', 'url': 'https://127.0.0.1/vendscope.tar.gz'}"));
+        server->setPage(firmwarePath, firmwareManifest("1.0"));
         writeSettingsIni({{"Update", true}, {"updateServer", server->base()}});
         QDir(Downloader::firmwareDir()).removeRecursively();
         QDir().mkpath(Downloader::firmwareDir());
@@ -157,9 +156,8 @@ private slots:
         QFETCH(QString, path);
         QFETCH(QByteArray, page);
         QDir(Downloader::firmwareDir()).removeRecursively();
-        if (!page.isNull())
-            server->setPage(path, page);
-        server->setPage("/fw/INI_a.bin", "UP", 200, false);
+        server->setPage(path, page);
+        server->setPage("/fw/INI_a.bin", "UP", false);
         Downloader d;
         QSignalSpy finished(&d, &Downloader::allFinished);
         QSignalSpy progress(&d, &Downloader::progress);
@@ -212,7 +210,7 @@ private slots:
         QFETCH(QString, path);
         QFETCH(QByteArray, body);
         QFETCH(QString, boxVersion);
-        serve(path, body);
+        server->setPage(path, body);
         MessageLog log;
         User user(path == applicationPath ? QMessageBox::Yes : QMessageBox::No);
         MainWindow w; // the application check goes out at start-up
@@ -265,10 +263,10 @@ private slots:
         QSKIP("the box simulator is not built");
 #else
         const QByteArray image = QByteArray("0123456789abcdefghijklmnopqrstuvwxyz").repeated(56).left(2000);
-        serve(firmwarePath, firmwareManifest("1.1.0"));
+        server->setPage(firmwarePath, firmwareManifest("1.1.0"));
         server->setPage("/fw/DAT_1.1.0.bin", image);
         // UP, chunk 768, 3 packets (the last of 464 bytes), image size 2000, version 1.1.0
-        server->setPage("/fw/INI_1.1.0.bin", hexBytes("5550000003000003000007D0") + QByteArray("1.1.0", 6));
+        server->setPage("/fw/INI_1.1.0.bin", hx("5550000003000003000007D0") + QByteArray("1.1.0", 6));
         server->setPage("/fw/COF_1.1.0.bin", "coefficients");
         QTemporaryDir out;
         BoxSim sim({"--image-out", out.filePath("image.bin"), "--rate", "20"});
