@@ -36,24 +36,13 @@ void Pty::write(const QByteArray &bytes)
     }
 }
 
-QByteArray Pty::read()
-{
-    QByteArray out;
-    char buf[4096];
-    for (;;) {
-        const ssize_t n = ::read(master, buf, sizeof buf);
-        if (n <= 0)
-            break;
-        out.append(buf, n);
-    }
-    return out;
-}
-
 QByteArray Pty::readAtLeast(int n, int timeoutMs)
 {
     QByteArray out;
     waitUntil([&] {
-        out += read();
+        char buf[4096];
+        for (ssize_t got; (got = ::read(master, buf, sizeof buf)) > 0;)
+            out.append(buf, got);
         return out.size() >= n;
     }, timeoutMs);
     return out;

@@ -28,9 +28,7 @@ public:
 
     QString slavePath() const { return path; }
     void write(const QByteArray &bytes);
-    // Everything the program sent so far (non-blocking).
-    QByteArray read();
-    // Waits, running the event loop, until at least n bytes came back.
+    // Everything the program sent, waiting (running the event loop) until at least n bytes came back.
     QByteArray readAtLeast(int n, int timeoutMs = 3000);
 
 private:
