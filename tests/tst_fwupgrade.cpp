@@ -197,15 +197,16 @@ private slots:
         QFETCH(int, imageBytes);
         const bool ok = label == "Upgrade end";
         // 3000 bytes in four packets of 768, the last of 696 so that a misplaced cut shows; UP, chunk, total, size.
-        QDir(Downloader::firmwareDir()).removeRecursively();
-        QVERIFY(writeFirmware(Downloader::firmwareDir(), hx("555000000300000400000BB8") + QByteArray("2.0.1", 6), image(3000), "2.0.1"));
+        const QString dir = Downloader::firmwareDir();
+        QDir(dir).removeRecursively();
+        QVERIFY(writeFirmware(dir, hx("555000000300000400000BB8") + QByteArray("2.0.1", 6), image(3000), "2.0.1"));
         // The image goes to a file without the INI or DAT prefix, so the program passes it over.
-        BoxSim sim(QStringList{"--request-firmware", "--verbose", "--image-out", Downloader::firmwareDir() + "/received.bin"} + faults);
+        BoxSim sim(QStringList{"--request-firmware", "--verbose", "--image-out", dir + "/received.bin"} + faults);
         MainWindow w;
         w.fwUpgrade->responseTimeoutMs = 300; // the answer timer's path, sooner
         connectTo(w, sim.path);
         QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == label; }, 30000));
-        QFile received(Downloader::firmwareDir() + "/received.bin");
+        QFile received(dir + "/received.bin");
         QVERIFY(waitUntil([&] { return received.size() == imageBytes; }, 10000));
         QVERIFY(received.open(QIODevice::ReadOnly));
         QCOMPARE(received.readAll(), image(imageBytes));
