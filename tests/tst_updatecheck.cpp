@@ -29,7 +29,7 @@ public:
         if (body.isNull())
             pages.remove(path);
         else
-            pages[path] = Page{200, QByteArray(body).replace("$SERVER", base().toUtf8()), sendLength};
+            pages[path] = Page{QByteArray(body).replace("$SERVER", base().toUtf8()), sendLength};
     }
 
     QStringList requests; // paths in the order they were asked for
@@ -37,7 +37,6 @@ public:
 private:
     struct Page
     {
-        int status = 404;
         QByteArray body = "<html>no such page</html>";
         bool sendLength = true;
     };
@@ -50,7 +49,7 @@ private:
         socket->readAll();
         requests << QString::fromLatin1(head.left(head.indexOf("\r\n")).split(' ').value(1));
         const Page page = pages.value(requests.last());
-        QByteArray reply = "HTTP/1.1 " + QByteArray::number(page.status) + (page.status == 200 ? " OK" : " Not Found")
+        QByteArray reply = QByteArray(pages.contains(requests.last()) ? "HTTP/1.1 200 OK" : "HTTP/1.1 404 Not Found")
             + "\r\nContent-Type: application/octet-stream\r\nConnection: close\r\n";
         if (page.sendLength)
             reply += "Content-Length: " + QByteArray::number(page.body.size()) + "\r\n";
