@@ -5,6 +5,7 @@
 
 #include "link/comm.h"
 #include "link/frame.h"
+#include "link/framecutter.h"
 #include "mdb/mdb.h"
 #include "protocols/iebus.h"
 #include "protocols/rs232.h"
@@ -237,57 +238,21 @@ void MainWindow::receive(const QByteArray &chunk)
         return;
     }
     rxBuffer.append(chunk);
-
-    while (!rxBuffer.isEmpty()) {
-        const auto *b = reinterpret_cast<const unsigned char *>(rxBuffer.constData());
-        switch (rxState) {
-        case 0:
-            // Noise costs one call per dropped byte or pair; the rest waits.
-            if (b[0] != 0xA5) {
-                rxBuffer.remove(0, 1);
-                return;
-            }
-            if (rxBuffer.size() < 2)
-                return;
-            if (b[1] != 0x5A) {
-                rxBuffer.remove(0, 2);
-                return;
-            }
-            rxState = 1;
+    QByteArray frame;
+    for (;;) {
+        switch (FrameCutter::next(rxBuffer, rxState, frameLength, &frame)) {
+        case FrameCutter::Cut::Noise:
+        case FrameCutter::Cut::Wait:
+            return;
+        case FrameCutter::Cut::FccError:
+            qDebug() << "FCC error";
+            qDebug().noquote() << (frame + rxBuffer).toHex().toUpper(); // the buffer as it was
             break;
-        case 1:
-            if (rxBuffer.size() < 4)
-                return;
-            frameLength = be16(b + 2);
-            if (frameLength <= 7) {
-                rxBuffer.remove(0, 4);
-                rxState = 0;
-            } else {
-                rxState = 2;
-            }
-            break;
-        case 2: {
-            if (rxBuffer.size() < frameLength)
-                return;
-            const unsigned char fcc = BoxFrame::xorOf(rxBuffer, 2, frameLength - 4);
-            if (fcc != b[frameLength - 3]) {
-                qDebug() << "FCC error";
-                qDebug().noquote() << rxBuffer.toHex().toUpper();
-                rxBuffer.remove(0, frameLength);
-                rxState = 0;
-                break;
-            }
-            handleFrame(rxBuffer.left(frameLength));
+        case FrameCutter::Cut::Frame:
+            handleFrame(frame);
             lampOn = !lampOn;
             updateCommStatus(lampOn);
             watchdogTimer->start();
-            rxBuffer.remove(0, frameLength);
-            rxState = 0;
-            break;
-        }
-        default:
-            rxState = 0;
-            qDebug() << "rxData default";
             break;
         }
     }

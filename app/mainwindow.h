@@ -1,6 +1,9 @@
 #ifndef MAINWINDOW_H
 #define MAINWINDOW_H
 
+#include "mdb/mdb.h"
+#include "protocols/iebus.h"
+
 #include <QByteArray>
 #include <QMainWindow>
 #include <QSerialPort>
@@ -9,8 +12,6 @@
 class Comm;
 class Downloader;
 class FWUpgrade;
-class Iebus;
-class MDB;
 class QDialog;
 class QNetworkReply;
 class QLabel;
@@ -37,6 +38,12 @@ public:
     void saveSettings();
     // One chunk as read from the port: cut into box frames and acted on.
     void receive(const QByteArray &chunk);
+
+    // The settings dialog's traffic filters, as the renderers take them.
+    MDB::Filters mdbFilters() const;
+    Iebus::Filters iebusFilters() const;
+    // Appends a renderer's line; a null line is a frame shown as nothing.
+    void appendLine(const QString &line);
 
     MDB *mdb;
     RS232 *rs232;

@@ -1,17 +1,10 @@
 #include "mdb/mdb.h"
 
-#include "app/mainwindow.h"
 #include "link/frame.h"
 #include "mdb/bill.h"
 #include "mdb/card.h"
 #include "mdb/coin.h"
 #include "mdb/mdbtext.h"
-#include "settings/settings.h"
-#include "ui_mainwindow.h"
-#include "ui_settings.h"
-
-#include <QCheckBox>
-#include <QTextBrowser>
 
 namespace {
 
@@ -74,23 +67,6 @@ MDB::MDB(MainWindow *mainWindow)
       cashless2Commands(setOf(cashless2Bytes)),
       color(QStringLiteral("black"))
 {
-}
-
-void MDB::packageProcess(const QByteArray &frame)
-{
-    static quint32 lastTickEnd = 0;
-    static int lastCmd = 8888;
-
-    const auto *form = mainWindow->settings->ui;
-    Filters filters;
-    filters.poll = form->checkBoxPoll->isChecked();
-    filters.coin = form->checkBoxCoin->isChecked();
-    filters.bill = form->checkBoxBill->isChecked();
-    filters.card = form->checkBoxCard->isChecked();
-
-    const QString line = renderLine(frame, filters, mainWindow->interpret, lastTickEnd, lastCmd);
-    if (!line.isNull())
-        mainWindow->ui->textBrowserParsed->append(line);
 }
 
 bool MDB::hidden(const QByteArray &data, const Filters &filters, int lastCmd)
@@ -160,11 +136,6 @@ QString MDB::renderLine(const QByteArray &frame, const Filters &filters, bool in
     lastTickEnd = endTick;
     lastCmd = n > 0 ? static_cast<signed char>(data.at(0)) : 0;
     return line;
-}
-
-QString MDB::interpretor(const QByteArray &modeBits, const QByteArray &data)
-{
-    return explain(modeBits, data, mainWindow ? mainWindow->interpret : true);
 }
 
 QString MDB::explain(const QByteArray &modeBits, const QByteArray &data, bool interpretOn)

@@ -1,12 +1,9 @@
 #include "protocols/bustransfer.h"
 
-#include "app/mainwindow.h"
 #include "link/frame.h"
 #include "mdb/mdb.h"
-#include "ui_mainwindow.h"
 
 #include <QDebug>
-#include <QTextBrowser>
 
 bool holdsTransfer(const QByteArray &frame)
 {
@@ -51,12 +48,13 @@ QString plainLine(const QByteArray &frame, quint32 lastTickEnd)
     }
 }
 
-void showPlainLine(MainWindow *mainWindow, const QByteArray &frame, quint32 &lastTickEnd)
+QString plainStep(const QByteArray &frame, quint32 &lastTickEnd)
 {
     if (!holdsTransfer(frame)) {
         qDebug() << "bus data frame too short for a transfer:" << frame.size();
-        return;
+        return QString();
     }
-    mainWindow->ui->textBrowserParsed->append(plainLine(frame, lastTickEnd));
+    const QString line = plainLine(frame, lastTickEnd);
     lastTickEnd = be32(frame, BoxFrame::endTickOffset);
+    return line;
 }

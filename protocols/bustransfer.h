@@ -5,8 +5,6 @@
 #include <QString>
 #include <QtGlobal>
 
-class MainWindow;
-
 // One bus transfer as the box reports it inside a bus-data frame.
 struct BusTransfer
 {
@@ -36,8 +34,8 @@ QString fillLine(const char *tmpl, const BusTransfer &t, quint32 lastTickEnd);
 // string for a frame too short to hold a transfer.
 QString plainLine(const QByteArray &frame, quint32 lastTickEnd);
 
-// Appends the plain line of a frame to the log view and moves lastTickEnd
-// on; a frame too short to hold a transfer only gets a debug message.
-void showPlainLine(MainWindow *mainWindow, const QByteArray &frame, quint32 &lastTickEnd);
+// The plain line of a frame, lastTickEnd moved on; a frame too short to
+// hold a transfer gets a debug message and a null string.
+QString plainStep(const QByteArray &frame, quint32 &lastTickEnd);
 
 #endif // BUSTRANSFER_H

@@ -1,17 +1,11 @@
 #include "protocols/iebus.h"
 
-#include "app/mainwindow.h"
 #include "link/codetext.h"
 #include "link/frame.h"
 #include "mdb/mdb.h"
 #include "protocols/bustransfer.h"
-#include "settings/settings.h"
-#include "ui_mainwindow.h"
-#include "ui_settings.h"
 
-#include <QCheckBox>
 #include <QDebug>
-#include <QTextBrowser>
 
 namespace {
 
@@ -132,12 +126,6 @@ QString Iebus::describe(const QByteArray &record)
     return text;
 }
 
-QString Iebus::interpretor(const QByteArray &record)
-{
-    color = colorOf(record);
-    return mainWindow->interpret ? describe(record) : QString();
-}
-
 QString Iebus::line(const QByteArray &frame, quint32 lastTickEnd, const Filters &filters,
                     bool interpret, QString *color)
 {
@@ -162,21 +150,16 @@ QString Iebus::line(const QByteArray &frame, quint32 lastTickEnd, const Filters 
     return QStringLiteral("<span style='color: %4;'>%1 : %2</span>").arg(gap).arg(hex).arg(*color);
 }
 
-void Iebus::packageProcess(const QByteArray &frame)
+QString Iebus::step(const QByteArray &frame, quint32 &lastTickEnd, const Filters &filters, bool interpret,
+                    QString *color)
 {
-    static quint32 lastTickEnd = 0;
     if (!holdsTransfer(frame)) {
         qDebug() << "IEBus frame too short for a transfer:" << frame.size();
-        return;
+        return QString();
     }
-    const auto *ui = mainWindow->settings->ui;
-    Filters filters;
-    filters.remote = ui->checkBoxRemote->isChecked();
-    filters.button = ui->checkBoxButton->isChecked();
-    filters.amount = ui->checkBoxAmount->isChecked();
-    const QString shown = line(frame, lastTickEnd, filters, mainWindow->interpret, &color);
-    if (shown.isNull())
-        return;
-    mainWindow->ui->textBrowserParsed->append(shown);
-    lastTickEnd = be32(frame, BoxFrame::endTickOffset);
+    const QString shown = line(frame, lastTickEnd, filters, interpret, color);
+    // A hidden record leaves the gap counting from the last shown one.
+    if (!shown.isNull())
+        lastTickEnd = be32(frame, BoxFrame::endTickOffset);
+    return shown;
 }

@@ -32,6 +32,9 @@ public:
     // *color is recomputed from the record; otherwise it colours the line as is.
     static QString line(const QByteArray &frame, quint32 lastTickEnd, const Filters &filters,
                         bool interpret, QString *color);
+    // line for the next frame, lastTickEnd moved on when it is shown.
+    static QString step(const QByteArray &frame, quint32 &lastTickEnd, const Filters &filters, bool interpret,
+                        QString *color);
 
     // The broadcast/individual text of a record; never empty.
     static QString describe(const QByteArray &record);

@@ -7,8 +7,3 @@ RS232::RS232(MainWindow *mainWindow)
 {
 }
 
-void RS232::packageProcess(const QByteArray &frame)
-{
-    static quint32 lastTickEnd = 0;
-    showPlainLine(mainWindow, frame, lastTickEnd);
-}

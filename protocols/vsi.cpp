@@ -75,12 +75,6 @@ VSI::VSI(MainWindow *mainWindow)
 {
 }
 
-void VSI::packageProcess(const QByteArray &frame)
-{
-    static quint32 lastTickEnd = 0;
-    showPlainLine(mainWindow, frame, lastTickEnd);
-}
-
 QString VSI::interpretor(const QByteArray &record)
 {
     const auto *p = reinterpret_cast<const unsigned char *>(record.constData());

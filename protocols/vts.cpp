@@ -36,24 +36,34 @@ QString VTS::line(const QByteArray &frame, quint32 lastTickEnd, bool afterSync)
     return QString::fromLatin1(marked).arg(tickGap(t.startTick, lastTickEnd)).arg(hex.left(2), hex.mid(2));
 }
 
-void VTS::packageProcess(const QByteArray &frame)
+QString VTS::step(const QByteArray &frame, quint32 &lastTickEnd, qint32 &synByte)
 {
-    static quint32 lastTickEnd = 0;
-    static qint32 synByte = 0;
     if (!holdsTransfer(frame)) {
         qDebug() << "VTS frame too short for a transfer:" << frame.size();
-        return;
+        return QString();
     }
     const int direction = static_cast<signed char>(frame.at(BoxFrame::directionOffset));
     // A sync point marks the next transfer; it has no line and no time of its own.
     if (direction == syncMark) {
         synByte = 1;
-        return;
+        return QString();
     }
+    QString shown;
     if (direction == master || direction == slave) {
-        translation = line(frame, lastTickEnd, synByte == 1);
+        shown = line(frame, lastTickEnd, synByte == 1);
         synByte = 0;
-        emit showTranslation();
     }
     lastTickEnd = be32(frame, BoxFrame::endTickOffset);
+    return shown;
+}
+
+void VTS::packageProcess(const QByteArray &frame)
+{
+    static quint32 lastTickEnd = 0;
+    static qint32 synByte = 0;
+    const QString shown = step(frame, lastTickEnd, synByte);
+    if (shown.isNull())
+        return;
+    translation = shown;
+    emit showTranslation();
 }

@@ -18,6 +18,9 @@ public:
     // marked when it is the first after a sync point; a null string for any
     // other direction or a frame too short to hold a transfer.
     static QString line(const QByteArray &frame, quint32 lastTickEnd, bool afterSync);
+    // line for the next frame with the carried tick and sync mark moved on;
+    // a null string for a sync point or a direction without a line.
+    static QString step(const QByteArray &frame, quint32 &lastTickEnd, qint32 &synByte);
 
     QString translation;
 
