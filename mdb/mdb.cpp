@@ -57,6 +57,25 @@ QString hexStringGenerate(const QByteArray &data)
     return out;
 }
 
+bool splitMessage(const QByteArray &frame, QByteArray *data, QByteArray *modeBits)
+{
+    const int payloadSize = int(frame.size()) - BoxFrame::busDataOffset - BoxFrame::trailerSize;
+    if (payloadSize < 0)
+        return false;
+    // Data bytes at even offsets, mode bits at odd ones; an odd trailing
+    // byte is a data byte whose mode bit is clear.
+    const char *payload = frame.constData() + BoxFrame::busDataOffset;
+    const int n = (payloadSize + 1) / 2;
+    *data = QByteArray(n, Qt::Uninitialized);
+    *modeBits = QByteArray(n, '\0');
+    for (int i = 0; i < n; ++i) {
+        (*data)[i] = payload[2 * i];
+        if (2 * i + 1 < payloadSize)
+            (*modeBits)[i] = payload[2 * i + 1];
+    }
+    return true;
+}
+
 MDB::MDB(MainWindow *mainWindow)
     : QObject(nullptr),
       mainWindow(mainWindow),
@@ -87,21 +106,11 @@ bool MDB::hidden(const QByteArray &data, const Filters &filters, int lastCmd)
 QString MDB::renderLine(const QByteArray &frame, const Filters &filters, bool interpretOn,
                         quint32 &lastTickEnd, int &lastCmd)
 {
-    const int payloadSize = int(frame.size()) - BoxFrame::busDataOffset - BoxFrame::trailerSize;
-    if (payloadSize < 0)
+    QByteArray data;
+    QByteArray modeBits;
+    if (!splitMessage(frame, &data, &modeBits))
         return QString();
-
-    // Data bytes at even offsets, mode bits at odd ones; an odd trailing
-    // byte is a data byte whose mode bit is clear.
-    const char *payload = frame.constData() + BoxFrame::busDataOffset;
-    const int n = (payloadSize + 1) / 2;
-    QByteArray data(n, Qt::Uninitialized);
-    QByteArray modeBits(n, '\0');
-    for (int i = 0; i < n; ++i) {
-        data[i] = payload[2 * i];
-        if (2 * i + 1 < payloadSize)
-            modeBits[i] = payload[2 * i + 1];
-    }
+    const int n = int(data.size());
     const quint32 startTick = be32(frame, BoxFrame::startTickOffset);
     const quint32 endTick = be32(frame, BoxFrame::endTickOffset);
 

@@ -11,6 +11,10 @@ class MainWindow;
 // Bytes as two upper-case hex digits each, one blank between.
 QString hexStringGenerate(const QByteArray &data);
 
+// One MDB message out of a bus-data frame: the data bytes (checksum kept)
+// and their mode bits. False for a frame too short to be bus data.
+bool splitMessage(const QByteArray &frame, QByteArray *data, QByteArray *modeBits);
+
 // The MDB analyser: one log line per MDB message.
 //
 // The line of one message is built by renderLine, which needs no window: an
