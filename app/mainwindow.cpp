@@ -3,6 +3,7 @@
 #include "ui_mainwindow.h"
 #include "ui_settings.h"
 
+#include "capture/recorder.h"
 #include "link/comm.h"
 #include "link/frame.h"
 #include "link/framecutter.h"
@@ -26,6 +27,8 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QTimer>
+
+constexpr qint64 defaultCaptureLimitMB = 2048;
 
 // The icons live in the static library, so they must be registered by hand.
 static void initResources()
@@ -79,6 +82,7 @@ MainWindow::MainWindow(QWidget *parent)
     connect(ui->actionConfig, &QAction::triggered, settings, &QDialog::show);
     connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::portToggle);
     connect(ui->actionClear, &QAction::triggered, ui->textBrowserParsed, &QTextBrowser::clear);
+    connect(ui->actionClear, &QAction::triggered, this, &MainWindow::startCapture);
     connect(ui->actionTranslate, &QAction::triggered, this, &MainWindow::toggleInterpret);
     connect(ui->actionSave, &QAction::triggered, this, &MainWindow::saveTextBrowserToFile);
 
@@ -99,6 +103,12 @@ MainWindow::MainWindow(QWidget *parent)
     watchdogTimer->setInterval(3000);
     watchdogTimer->setSingleShot(true);
     connect(watchdogTimer, &QTimer::timeout, this, &MainWindow::watchdogTimeout);
+
+    recorder = new CaptureRecorder(QCoreApplication::applicationDirPath() + "/captures", this);
+    connect(recorder, &CaptureRecorder::failed, this, &MainWindow::captureFailed);
+    connect(ui->actionOpenCapture, &QAction::triggered, this, &MainWindow::openCaptureFile);
+    connect(ui->actionSaveCapture, &QAction::triggered, this, &MainWindow::saveCaptureFile);
+    connect(ui->actionExportMdb, &QAction::triggered, this, &MainWindow::exportMdbFile);
 
     connect(vts, &VTS::showTranslation, this, [this] { ui->textBrowserParsed->append(vts->translation); });
 
@@ -191,6 +201,7 @@ void MainWindow::loadSettings()
     settingAccepted();
 
     logPath = settingsFile->value("logPath", QCoreApplication::applicationDirPath()).toString();
+    recorder->setLimitBytes(settingsFile->value("captureLimitMB", defaultCaptureLimitMB).toLongLong() * 1024 * 1024);
 }
 
 void MainWindow::saveSettings()
@@ -209,6 +220,7 @@ void MainWindow::saveSettings()
     out.setValue("MDBPoll", settings->ui->checkBoxPoll->isChecked());
     out.setValue("Update", settings->checkBoxUpdate->isChecked());
     out.setValue("logPath", logPath);
+    out.setValue("captureLimitMB", settingsFile->value("captureLimitMB", defaultCaptureLimitMB));
     qDebug().noquote() << out.value("serial/portName").toString();
 }
 
@@ -239,6 +251,7 @@ void MainWindow::receive(const QByteArray &chunk)
     }
     rxBuffer.append(chunk);
     QByteArray frame;
+    qint64 arrivalUs = 0; // one clock read for all frames of a chunk
     for (;;) {
         switch (FrameCutter::next(rxBuffer, rxState, frameLength, &frame)) {
         case FrameCutter::Cut::Noise:
@@ -249,6 +262,9 @@ void MainWindow::receive(const QByteArray &chunk)
             qDebug().noquote() << (frame + rxBuffer).toHex().toUpper(); // the buffer as it was
             break;
         case FrameCutter::Cut::Frame:
+            if (!arrivalUs)
+                arrivalUs = CaptureRecorder::nowUs();
+            recorder->record(arrivalUs, frame);
             handleFrame(frame);
             lampOn = !lampOn;
             updateCommStatus(lampOn);
@@ -385,6 +401,7 @@ void MainWindow::portToggle()
     if (openPort()) {
         showPortOpen();
         statusBar()->showMessage(port->portName() + " openned");
+        startCapture();
         comm->modeSet(interpretIndex(), baudIndex());
     } else {
         qDebug() << "open port failed";

@@ -9,6 +9,7 @@
 #include <QSerialPort>
 #include <QString>
 
+class CaptureRecorder;
 class Comm;
 class Downloader;
 class FWUpgrade;
@@ -44,6 +45,17 @@ public:
     Iebus::Filters iebusFilters() const;
     // Appends a renderer's line; a null line is a frame shown as nothing.
     void appendLine(const QString &line);
+
+    // Captures. showCapture replaces the view with a capture's lines and
+    // says in a warning box what went wrong; exportMdb writes the MDB
+    // transfers of the shown capture, or else of the live one.
+    bool showCapture(const QString &path);
+    bool saveCapture(const QString &path, QString *error);
+    bool exportMdb(const QString &path, QString *error);
+    // Starts a new live capture file: at every Connect and every Clear.
+    void startCapture();
+    CaptureRecorder *recorder = nullptr;
+    QString shownCapture; // the capture the view shows, empty for live traffic
 
     MDB *mdb;
     RS232 *rs232;
@@ -83,6 +95,9 @@ public slots:
     void checkForUpdates();
     void checkForUpdatesFirmware();
     void loadFileToTextBrowser();
+    void openCaptureFile();
+    void saveCaptureFile();
+    void exportMdbFile();
 
 private:
     void handleFrame(const QByteArray &frame);
@@ -105,6 +120,7 @@ private:
     void downloadAllFinished();
     void firmwareReply(QNetworkReply *reply);
     void applicationReply(QNetworkReply *reply);
+    void captureFailed(const QString &reason);
     int interpretIndex() const;
     int baudIndex() const;
 

@@ -54,7 +54,7 @@ QString plainStep(const QByteArray &frame, quint32 &lastTickEnd)
         qDebug() << "bus data frame too short for a transfer:" << frame.size();
         return QString();
     }
-    const QString line = plainLine(frame, lastTickEnd);
+    QString line = plainLine(frame, lastTickEnd);
     lastTickEnd = be32(frame, BoxFrame::endTickOffset);
     return line;
 }

@@ -157,7 +157,7 @@ QString Iebus::step(const QByteArray &frame, quint32 &lastTickEnd, const Filters
         qDebug() << "IEBus frame too short for a transfer:" << frame.size();
         return QString();
     }
-    const QString shown = line(frame, lastTickEnd, filters, interpret, color);
+    QString shown = line(frame, lastTickEnd, filters, interpret, color);
     // A hidden record leaves the gap counting from the last shown one.
     if (!shown.isNull())
         lastTickEnd = be32(frame, BoxFrame::endTickOffset);

@@ -129,3 +129,40 @@ void compareView(const QTextBrowser *view, const QStringList &appended)
     QCOMPARE(view->toHtml().section("<p ", 1).split('\n'), expected.toHtml().section("<p ", 1).split('\n'));
 }
 
+std::unique_ptr<QTimer> answerModals(const QList<Handler> &handlers)
+{
+    auto timer = std::make_unique<QTimer>();
+    QObject::connect(timer.get(), &QTimer::timeout, [handlers, last = QPointer<QWidget>(), n = 0]() mutable {
+        QWidget *modal = QApplication::activeModalWidget();
+        if (modal && modal != last && n < handlers.size())
+            handlers[n++](last = modal);
+    });
+    timer->start(20);
+    return timer;
+}
+
+Handler chooseFile(const QString &path, QString *proposed)
+{
+    return [=](QWidget *w) {
+        auto *dialog = qobject_cast<QFileDialog *>(w);
+        QVERIFY(dialog);
+        if (proposed)
+            *proposed = dialog->selectedFiles().value(0);
+        // Typed like a user would; selectFile() races with the dialog's own
+        // initial selection, which it applies once the folder has loaded.
+        auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
+        QVERIFY(edit);
+        edit->setText(path);
+        QMetaObject::invokeMethod(dialog, "accept");
+    };
+}
+
+Handler readBox(QString *text)
+{
+    return [=](QWidget *w) {
+        auto *box = qobject_cast<QMessageBox *>(w);
+        QVERIFY(box);
+        *text = box->windowTitle() + "|" + box->text();
+        box->accept();
+    };
+}

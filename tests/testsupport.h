@@ -15,6 +15,7 @@
 #include <QtWidgets>
 
 #include <functional>
+#include <memory>
 
 // The far side of the serial link: a real pseudo-terminal pair. The window
 // opens the slave path; the test reads and writes the master.
@@ -72,6 +73,14 @@ inline QString coloured(const QString &line) { return span(line.section(' ', 0, 
 
 // The view holds exactly what appending these fragments, one by one, to an empty view gives.
 void compareView(const QTextBrowser *view, const QStringList &appended);
+
+// Answers the modal dialogs that come up, one after the other, each with its handler, while the timer lives.
+using Handler = std::function<void(QWidget *)>;
+std::unique_ptr<QTimer> answerModals(const QList<Handler> &handlers);
+// Types path into a file dialog and accepts it; *proposed gets the file it offered first.
+Handler chooseFile(const QString &path, QString *proposed = nullptr);
+// Reads a message box as "title|text" and accepts it.
+Handler readBox(QString *text);
 
 // Opens the window's port on the given path through the port combo box.
 inline void connectTo(MainWindow &w, const QString &path)

@@ -1,47 +1,6 @@
 // Saving the log view to files and loading a text file into it.
 #include "testsupport.h"
 
-using Handler = std::function<void(QWidget *)>;
-
-// Answers the modal dialogs that come up, one after the other, each with its handler, while the timer lives.
-static std::unique_ptr<QTimer> answerModals(const QList<Handler> &handlers)
-{
-    auto timer = std::make_unique<QTimer>();
-    QObject::connect(timer.get(), &QTimer::timeout, [handlers, last = QPointer<QWidget>(), n = 0]() mutable {
-        QWidget *modal = QApplication::activeModalWidget();
-        if (modal && modal != last && n < handlers.size())
-            handlers[n++](last = modal);
-    });
-    timer->start(20);
-    return timer;
-}
-
-static Handler chooseFile(const QString &path, QString *proposed = nullptr)
-{
-    return [=](QWidget *w) {
-        auto *dialog = qobject_cast<QFileDialog *>(w);
-        QVERIFY(dialog);
-        if (proposed)
-            *proposed = dialog->selectedFiles().value(0);
-        // Typed like a user would; selectFile() races with the dialog's own
-        // initial selection, which it applies once the folder has loaded.
-        auto *edit = dialog->findChild<QLineEdit *>("fileNameEdit");
-        QVERIFY(edit);
-        edit->setText(path);
-        QMetaObject::invokeMethod(dialog, "accept");
-    };
-}
-
-static Handler readBox(QString *text)
-{
-    return [=](QWidget *w) {
-        auto *box = qobject_cast<QMessageBox *>(w);
-        QVERIFY(box);
-        *text = box->windowTitle() + "|" + box->text();
-        box->accept();
-    };
-}
-
 class TestLogFile : public QObject
 {
     Q_OBJECT

@@ -1,0 +1,155 @@
+// The Capture menu: the live capture file, opening a capture into the view,
+// and the MDB export for Wireshark.
+#include "app/mainwindow.h"
+#include "capture/capturefile.h"
+#include "capture/recorder.h"
+#include "capture/wireshark.h"
+#include "protocols/linebuilder.h"
+#include "ui_mainwindow.h"
+
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QStatusBar>
+#include <QTextBrowser>
+#include <QTextCursor>
+
+namespace {
+const char *captureFilter = "Captures (*.pcapng);;Serial dumps (*.bin *.raw *.log *.dump);;All Files (*)";
+} // namespace
+
+void MainWindow::startCapture()
+{
+    shownCapture.clear();
+    recorder->start();
+}
+
+void MainWindow::captureFailed(const QString &reason)
+{
+    statusBar()->showMessage("Capture stopped: " + reason);
+}
+
+bool MainWindow::showCapture(const QString &path)
+{
+    LineOptions options;
+    options.interpret = interpret;
+    options.mdb = mdbFilters();
+    options.iebus = iebusFilters();
+    LineBuilder builder(options);
+    QStringList lines;
+    CaptureFile::Sink sink;
+    sink.onFrame = [&](qint64, const QByteArray &frame) {
+        const QString line = builder.line(frame);
+        if (!line.isNull())
+            lines.append(line);
+    };
+    const CaptureFile::Report report = CaptureFile::read(path, sink);
+    const bool usable = report.status == CaptureFile::Status::Ok || report.status == CaptureFile::Status::Truncated;
+    if (usable) {
+        // What the view held is replaced only by something readable.
+        QTextBrowser *view = ui->textBrowserParsed;
+        view->clear();
+        QTextCursor batch(view->document());
+        batch.beginEditBlock();
+        for (const QString &line : std::as_const(lines))
+            view->append(line);
+        batch.endEditBlock();
+        shownCapture = path;
+        QString note = QStringLiteral("%1: %2 frames").arg(path).arg(report.frames);
+        if (report.skipped)
+            note += QStringLiteral(", %1 bad frames left out").arg(report.skipped);
+        statusBar()->showMessage(note);
+    }
+    if (report.status == CaptureFile::Status::Ok)
+        return true;
+    QString text = report.message;
+    if (report.status == CaptureFile::Status::Truncated)
+        text = QStringLiteral("The capture is damaged: %1.\n%2 frames were read and are shown.").arg(report.message).arg(report.frames);
+    QMessageBox::warning(this, QStringLiteral("Open Capture"), path + "\n\n" + text);
+    return false;
+}
+
+bool MainWindow::saveCapture(const QString &path, QString *error)
+{
+    const QString live = recorder->currentFile();
+    if (live.isEmpty()) {
+        *error = QStringLiteral("Nothing has been captured yet: recording starts at Connect.");
+        return false;
+    }
+    recorder->flush();
+    if (QFile::exists(path) && !QFile::remove(path)) {
+        *error = QStringLiteral("Cannot replace %1.").arg(path);
+        return false;
+    }
+    QFile source(live);
+    if (!source.copy(path)) {
+        *error = QStringLiteral("Cannot copy the capture to %1: %2").arg(path, source.errorString());
+        return false;
+    }
+    return true;
+}
+
+bool MainWindow::exportMdb(const QString &path, QString *error)
+{
+    QString source = shownCapture;
+    if (source.isEmpty()) {
+        source = recorder->currentFile();
+        recorder->flush();
+    }
+    if (source.isEmpty()) {
+        *error = QStringLiteral("Nothing has been captured yet: recording starts at Connect.");
+        return false;
+    }
+    MdbExport out;
+    if (!out.open(path, error))
+        return false;
+    CaptureFile::Sink sink;
+    sink.onFrame = [&](qint64 timeUs, const QByteArray &frame) { out.add(timeUs, frame); };
+    const CaptureFile::Report report = CaptureFile::read(source, sink);
+    if (!out.close(error))
+        return false;
+    if (report.status != CaptureFile::Status::Ok && report.status != CaptureFile::Status::Truncated) {
+        *error = report.message;
+        return false;
+    }
+    statusBar()->showMessage(QStringLiteral("%1 MDB transfers written to %2").arg(out.packets()).arg(path));
+    return true;
+}
+
+void MainWindow::openCaptureFile()
+{
+    const QString path = QFileDialog::getOpenFileName(this, QStringLiteral("Open Capture"),
+                                                      recorder->currentFile(), captureFilter);
+    if (!path.isEmpty())
+        showCapture(path);
+}
+
+void MainWindow::saveCaptureFile()
+{
+    const QString live = QFileInfo(recorder->currentFile()).fileName();
+    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Capture As"), logPath + "/" + live,
+                                                QStringLiteral("Captures (*.pcapng)"));
+    if (path.isEmpty())
+        return;
+    if (!path.endsWith(QLatin1String(".pcapng"), Qt::CaseInsensitive))
+        path += QLatin1String(".pcapng");
+    QString error;
+    if (!saveCapture(path, &error))
+        QMessageBox::warning(this, QStringLiteral("Save Capture"), error);
+}
+
+void MainWindow::exportMdbFile()
+{
+    const QString source = shownCapture.isEmpty() ? recorder->currentFile() : shownCapture;
+    const QString proposed = logPath + "/mdb_" + QFileInfo(source).completeBaseName() + ".pcap";
+    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Export MDB for Wireshark"), proposed,
+                                                QStringLiteral("Wireshark pcap (*.pcap)"));
+    if (path.isEmpty())
+        return;
+    if (!path.endsWith(QLatin1String(".pcap"), Qt::CaseInsensitive))
+        path += QLatin1String(".pcap");
+    QString error;
+    if (!exportMdb(path, &error))
+        QMessageBox::warning(this, QStringLiteral("Export MDB"), error);
+}
