@@ -22,6 +22,7 @@ const char *captureFilter = "Captures (*.pcapng);;Serial dumps (*.bin *.raw *.lo
 void MainWindow::startCapture()
 {
     shownCapture.clear();
+    viewTrimmed = false;
     recorder->start();
 }
 
@@ -37,12 +38,21 @@ bool MainWindow::showCapture(const QString &path)
     options.mdb = mdbFilters();
     options.iebus = iebusFilters();
     LineBuilder builder(options);
+    // Only the newest lines the view may hold are kept; a night's capture
+    // would not fit.
+    const int limit = viewLineLimit();
     QStringList lines;
+    qint64 dropped = 0;
     CaptureFile::Sink sink;
     sink.onFrame = [&](qint64, const QByteArray &frame) {
-        const QString line = builder.line(frame);
-        if (!line.isNull())
-            lines.append(line);
+        QString line = builder.line(frame);
+        if (line.isNull())
+            return;
+        lines.append(std::move(line));
+        if (lines.size() > limit + limit / 10) {
+            dropped += lines.size() - limit;
+            lines.erase(lines.begin(), lines.end() - limit);
+        }
     };
     const CaptureFile::Report report = CaptureFile::read(path, sink);
     const bool usable = report.status == CaptureFile::Status::Ok || report.status == CaptureFile::Status::Truncated;
@@ -56,10 +66,14 @@ bool MainWindow::showCapture(const QString &path)
             view->append(line);
         batch.endEditBlock();
         shownCapture = path;
+        viewTrimmed = false;
         QString note = QStringLiteral("%1: %2 frames").arg(path).arg(report.frames);
         if (report.skipped)
             note += QStringLiteral(", %1 bad frames left out").arg(report.skipped);
+        if (dropped)
+            note += QStringLiteral("; the view holds the newest lines, %1 older ones are not shown").arg(dropped);
         statusBar()->showMessage(note);
+        trimView();
     }
     if (report.status == CaptureFile::Status::Ok)
         return true;

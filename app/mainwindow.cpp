@@ -26,6 +26,10 @@
 #include <QMessageBox>
 #include <QSettings>
 #include <QStatusBar>
+#include <QScrollBar>
+#include <QSpinBox>
+#include <QTextBrowser>
+#include <QTextCursor>
 #include <QTimer>
 
 constexpr qint64 defaultCaptureLimitMB = 2048;
@@ -109,6 +113,18 @@ MainWindow::MainWindow(QWidget *parent)
     connect(ui->actionOpenCapture, &QAction::triggered, this, &MainWindow::openCaptureFile);
     connect(ui->actionSaveCapture, &QAction::triggered, this, &MainWindow::saveCaptureFile);
     connect(ui->actionExportMdb, &QAction::triggered, this, &MainWindow::exportMdbFile);
+
+    // Following the bottom, and so painting new lines, is paced at 30 Hz;
+    // the lines themselves are in the document at once.
+    followTimer = new QTimer(this);
+    followTimer->setInterval(33);
+    followTimer->setSingleShot(true);
+    connect(followTimer, &QTimer::timeout, this, &MainWindow::followTick);
+    QScrollBar *bar = ui->textBrowserParsed->verticalScrollBar();
+    connect(bar, &QScrollBar::actionTriggered, this, [this, bar] {
+        // The user moved it: the new position says whether to follow.
+        QMetaObject::invokeMethod(this, [this, bar] { followBottom = bar->value() >= bar->maximum(); }, Qt::QueuedConnection);
+    });
 
     connect(vts, &VTS::showTranslation, this, [this] { ui->textBrowserParsed->append(vts->translation); });
 
@@ -195,6 +211,7 @@ void MainWindow::loadSettings()
     settings->ui->checkBoxButton->setChecked(settingsFile->value("iebusButton", true).toBool());
     settings->ui->checkBoxPoll->setChecked(settingsFile->value("MDBPoll", true).toBool());
     settings->checkBoxUpdate->setChecked(settingsFile->value("Update", true).toBool());
+    settings->spinBoxViewLines->setValue(settingsFile->value("viewLines", 200000).toInt());
 
     updateServer = settingsFile->value("updateServer", QStringLiteral(VENDSCOPE_UPDATE_SERVER)).toString();
 
@@ -219,6 +236,7 @@ void MainWindow::saveSettings()
     out.setValue("iebusButton", settings->ui->checkBoxButton->isChecked());
     out.setValue("MDBPoll", settings->ui->checkBoxPoll->isChecked());
     out.setValue("Update", settings->checkBoxUpdate->isChecked());
+    out.setValue("viewLines", settings->spinBoxViewLines->value());
     out.setValue("logPath", logPath);
     out.setValue("captureLimitMB", settingsFile->value("captureLimitMB", defaultCaptureLimitMB));
     qDebug().noquote() << out.value("serial/portName").toString();
@@ -240,7 +258,12 @@ void MainWindow::readData()
         qDebug() << "Port not open yet!";
         return;
     }
+    // One edit block per read: the view lays out once for all its lines.
+    QTextCursor batch(ui->textBrowserParsed->document());
+    batch.beginEditBlock();
     receive(port->readAll());
+    batch.endEditBlock();
+    trimView();
 }
 
 void MainWindow::receive(const QByteArray &chunk)

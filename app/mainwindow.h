@@ -57,6 +57,15 @@ public:
     CaptureRecorder *recorder = nullptr;
     QString shownCapture; // the capture the view shows, empty for live traffic
 
+    // The log view is bounded: by the settings' line count and by its height,
+    // past which Qt's text layout grinds to a halt. Lines go in chunks.
+    qreal viewHeightLimit = 10e6;
+    int viewLineLimit() const;
+    void trimView();
+    // Whether the view follows new lines: the user is at the bottom.
+    bool followBottom = true;
+    bool viewTrimmed = false;
+
     MDB *mdb;
     RS232 *rs232;
     Iebus *iebus = nullptr;
@@ -121,6 +130,8 @@ private:
     void firmwareReply(QNetworkReply *reply);
     void applicationReply(QNetworkReply *reply);
     void captureFailed(const QString &reason);
+    void followTick();
+    QTimer *followTimer = nullptr;
     int interpretIndex() const;
     int baudIndex() const;
 

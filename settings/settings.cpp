@@ -4,10 +4,12 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSerialPort>
 #include <QSerialPortInfo>
+#include <QSpinBox>
 #include <QVBoxLayout>
 
 static const char *const interpretNames[] = {"MDB", "VSI", "VTS", "232", "ISS", "Debug", "485", "CAN", "TTL"};
@@ -33,6 +35,11 @@ Settings::Settings(QWidget *parent)
     pushButtonRefresh = new QPushButton(QIcon(QStringLiteral(":/icon/refresh.png")), tr("Refresh"), ui->tabConn);
     checkBoxUpdate = new QCheckBox(tr("Update"), ui->tabConn);
     checkBoxUpdate->setChecked(true);
+    spinBoxViewLines = new QSpinBox(ui->tabConn);
+    spinBoxViewLines->setRange(1000, 500000); // no unlimited: Qt's layout freezes on huge documents
+    spinBoxViewLines->setSingleStep(1000);
+    spinBoxViewLines->setGroupSeparatorShown(true);
+    spinBoxViewLines->setValue(200000);
 
     // The port list also takes a typed device path (a pseudo-terminal, say).
     comboBoxPort->setEditable(true);
@@ -48,6 +55,13 @@ Settings::Settings(QWidget *parent)
     column->addLayout(modeRow);
     column->addLayout(portRow);
     column->addWidget(checkBoxUpdate);
+    auto *viewRow = new QHBoxLayout;
+    auto *viewLabel = new QLabel(tr("Lines kept in view"), ui->tabConn);
+    viewLabel->setBuddy(spinBoxViewLines);
+    viewRow->addWidget(viewLabel);
+    viewRow->addWidget(spinBoxViewLines);
+    viewRow->addStretch();
+    column->addLayout(viewRow);
     column->addStretch();
 
     const int ownerWidth = parent ? parent->width() : width();

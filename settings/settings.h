@@ -7,6 +7,7 @@ class QCheckBox;
 class QComboBox;
 class QPushButton;
 class QSerialPort;
+class QSpinBox;
 class Ui_DialogSettings;
 
 class Settings : public QDialog
@@ -26,6 +27,8 @@ public:
     QComboBox *comboBoxInterpret;
     QComboBox *comboBoxBaud;
     QCheckBox *checkBoxUpdate;
+    // "Lines kept in view": older lines leave the view (the capture keeps them).
+    QSpinBox *spinBoxViewLines;
     QSerialPort *serialPort;
 
 public slots:

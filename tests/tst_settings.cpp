@@ -62,7 +62,7 @@ private slots:
     // What one run chose, in the dialog and with the interpret switch, the next run finds again.
     void savedKeys()
     {
-        writeSettingsIni({{"mode", 2}, {"logPath", QDir::tempPath()}});
+        writeSettingsIni({{"mode", 2}, {"logPath", QDir::tempPath()}, {"captureLimitMB", 64}});
         const QImage on = iconImage(QIcon(":/icon/translate.png")), off = iconImage(QIcon(":/icon/translateDisable.png"));
         QVERIFY(on != off);
         {
@@ -76,6 +76,8 @@ private slots:
             for (QCheckBox *box : {w.settings->ui->checkBoxRemote, w.settings->ui->checkBoxPoll, w.settings->ui->checkBoxCoin})
                 box->setChecked(false);
             w.settings->addPortPath("/dev/null");
+            QCOMPARE(w.settings->spinBoxViewLines->value(), 200000);
+            w.settings->spinBoxViewLines->setValue(2000000); // past the range: the largest allowed
             for (bool expected : {false, true, false}) {
                 w.ui->actionTranslate->trigger();
                 QCOMPARE(w.interpret, expected);
@@ -86,7 +88,7 @@ private slots:
         const QVariantMap expected{{"serial/portName", "/dev/null"}, {"interpret", "false"}, {"mode", "7"},
                                    {"baudrate", "1"}, {"iebusRemote", "false"}, {"iebusAmount", "true"},
                                    {"iebusButton", "true"}, {"MDBPoll", "false"}, {"Update", "false"},
-                                   {"logPath", QDir::tempPath()}};
+                                   {"logPath", QDir::tempPath()}, {"viewLines", "500000"}, {"captureLimitMB", "64"}};
         for (auto it = expected.begin(); it != expected.end(); ++it)
             QCOMPARE(ini.value(it.key()).toString(), it.value().toString());
         QVERIFY(!ini.value("geometry").toByteArray().isEmpty() && !ini.value("state").toByteArray().isEmpty());
@@ -99,6 +101,7 @@ private slots:
         QCOMPARE(again.settings->comboBoxPort->currentData().toString(), QString("/dev/null"));
         QVERIFY(!again.interpret);
         QCOMPARE(iconImage(again.ui->actionTranslate->icon()), off);
+        QCOMPARE(again.viewLineLimit(), 500000);
     }
 
     void unlistedPorts()
