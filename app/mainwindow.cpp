@@ -24,6 +24,8 @@
 #include <QFile>
 #include <QLabel>
 #include <QMessageBox>
+#include <QPainter>
+#include <QPixmap>
 #include <QSettings>
 #include <QStatusBar>
 #include <QScrollBar>
@@ -98,6 +100,11 @@ MainWindow::MainWindow(QWidget *parent)
     connect(ui->actionLog, &QAction::triggered, this, &MainWindow::loadFileToTextBrowser);
     connect(settings->ui->pushButtonAccept, &QPushButton::clicked, this, &MainWindow::settingAccepted);
 
+    paintTimer = new QTimer(this);
+    paintTimer->setSingleShot(true);
+    connect(paintTimer, &QTimer::timeout, this,
+            [this] { QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest), Qt::LowEventPriority); });
+
     lampLabel = new QLabel(this);
     lampLabel->setFixedSize(12, 12);
     updateCommStatus(false);
@@ -147,11 +154,45 @@ MainWindow::~MainWindow()
     delete settingsFile;
 }
 
+namespace {
+
+// The lamp in one colour: a 12 px disc with a darker rim.
+QPixmap lampImage(const QColor &fill, const QColor &rim)
+{
+    QPixmap image(12, 12);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(rim);
+    painter.setBrush(fill);
+    painter.drawEllipse(QRectF(0.5, 0.5, 11, 11));
+    return image;
+}
+
+} // namespace
+
 void MainWindow::updateCommStatus(bool on)
 {
+    // Called for every frame: a ready image, not a style sheet to parse.
+    static const QPixmap lit = lampImage(QColor(0x00, 0xc8, 0x00), QColor(0x00, 0x44, 0x00));
+    static const QPixmap dark = lampImage(Qt::gray, QColor(0x40, 0x40, 0x40));
     lampOn = on;
-    lampLabel->setStyleSheet(on ? QStringLiteral("background-color: #00c800;border-radius: 6px;border: 1px solid #004400;")
-                                : QStringLiteral("background-color: gray;border-radius: 6px;border: 1px solid #404040;"));
+    lampLabel->setPixmap(on ? lit : dark);
+}
+
+bool MainWindow::event(QEvent *event)
+{
+    // The window is painted at most 30 times a second, however fast the
+    // lines, the lamp and the scroll bar change; a held-back paint follows.
+    if (event->type() == QEvent::UpdateRequest) {
+        if (paintClock.isValid() && paintClock.elapsed() < paintIntervalMs) {
+            if (!paintTimer->isActive())
+                paintTimer->start(int(paintIntervalMs - paintClock.elapsed()));
+            return true;
+        }
+        paintClock.start();
+    }
+    return QMainWindow::event(event);
 }
 
 int MainWindow::interpretIndex() const

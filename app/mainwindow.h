@@ -5,6 +5,7 @@
 #include "protocols/iebus.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QSerialPort>
 #include <QString>
@@ -96,6 +97,9 @@ public:
     // from settings.ini (read at load, never written back).
     QString updateServer;
 
+protected:
+    bool event(QEvent *event) override;
+
 public slots:
     void portToggle();
     void readData();
@@ -132,6 +136,9 @@ private:
     void captureFailed(const QString &reason);
     void followTick();
     QTimer *followTimer = nullptr;
+    static constexpr qint64 paintIntervalMs = 33;
+    QElapsedTimer paintClock;
+    QTimer *paintTimer = nullptr;
     int interpretIndex() const;
     int baudIndex() const;
 
