@@ -121,10 +121,10 @@ MainWindow::MainWindow(QWidget *parent)
     connect(ui->actionSaveCapture, &QAction::triggered, this, &MainWindow::saveCaptureFile);
     connect(ui->actionExportMdb, &QAction::triggered, this, &MainWindow::exportMdbFile);
 
-    // Following the bottom, and so painting new lines, is paced at 30 Hz;
+    // Following the bottom, and so painting new lines, is paced at 20 Hz;
     // the lines themselves are in the document at once.
     followTimer = new QTimer(this);
-    followTimer->setInterval(33);
+    followTimer->setInterval(int(paintIntervalMs));
     followTimer->setSingleShot(true);
     connect(followTimer, &QTimer::timeout, this, &MainWindow::followTick);
     QScrollBar *bar = ui->textBrowserParsed->verticalScrollBar();
@@ -182,7 +182,7 @@ void MainWindow::updateCommStatus(bool on)
 
 bool MainWindow::event(QEvent *event)
 {
-    // The window is painted at most 30 times a second, however fast the
+    // The window is painted at most 20 times a second, however fast the
     // lines, the lamp and the scroll bar change; a held-back paint follows.
     if (event->type() == QEvent::UpdateRequest) {
         if (paintClock.isValid() && paintClock.elapsed() < paintIntervalMs) {
@@ -299,10 +299,20 @@ void MainWindow::readData()
         qDebug() << "Port not open yet!";
         return;
     }
+    // A flood is taken in slices, so that the window paints and answers
+    // between them; the rest is read as soon as the loop comes round.
+    const QByteArray chunk = port->read(readSliceBytes);
+    if (port->bytesAvailable() > 0 && !readPending) {
+        readPending = true;
+        QTimer::singleShot(0, this, [this] {
+            readPending = false;
+            readData();
+        });
+    }
     // One edit block per read: the view lays out once for all its lines.
     QTextCursor batch(ui->textBrowserParsed->document());
     batch.beginEditBlock();
-    receive(port->readAll());
+    receive(chunk);
     batch.endEditBlock();
     trimView();
 }

@@ -136,7 +136,9 @@ private:
     void captureFailed(const QString &reason);
     void followTick();
     QTimer *followTimer = nullptr;
-    static constexpr qint64 paintIntervalMs = 33;
+    static constexpr qint64 paintIntervalMs = 50;
+    static constexpr qint64 readSliceBytes = 8192;
+    bool readPending = false;
     QElapsedTimer paintClock;
     QTimer *paintTimer = nullptr;
     int interpretIndex() const;
