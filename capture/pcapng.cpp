@@ -1,5 +1,6 @@
 #include "capture/pcapng.h"
 
+#include "link/codetext.h"
 #include "link/frame.h"
 
 #include <QVector>
@@ -78,20 +79,15 @@ struct Interface
     int exponent = 6; // time stamps count 10^-exponent seconds
 };
 
+constexpr CodeText linkTypeNames[] = {
+    {0, "BSD loopback"}, {1, "Ethernet"}, {101, "raw IP"}, {105, "Wi-Fi"},
+    {113, "Linux cooked"}, {276, "Linux cooked"}, {300, "MDB export"},
+};
+
 QString linkTypeText(quint32 type)
 {
-    const char *name = nullptr;
-    switch (type) {
-    case 0: name = "BSD loopback"; break;
-    case 1: name = "Ethernet"; break;
-    case 101: name = "raw IP"; break;
-    case 105: name = "Wi-Fi"; break;
-    case 113:
-    case 276: name = "Linux cooked"; break;
-    case 300: name = "MDB export"; break;
-    default: break;
-    }
     const QString text = QStringLiteral("link type %1").arg(type);
+    const char *name = type <= 0xFFFF ? lookup(linkTypeNames, int(type)) : nullptr;
     return name ? text + QStringLiteral(" (%1?)").arg(QLatin1String(name)) : text;
 }
 
