@@ -35,6 +35,8 @@
 #include <QTimer>
 
 constexpr qint64 defaultCaptureLimitMB = 2048;
+constexpr qint64 minCaptureLimitMB = 16;
+constexpr qint64 maxCaptureLimitMB = qint64(1) << 30;
 
 // The icons live in the static library, so they must be registered by hand.
 static void initResources()
@@ -259,7 +261,10 @@ void MainWindow::loadSettings()
     settingAccepted();
 
     logPath = settingsFile->value("logPath", QCoreApplication::applicationDirPath()).toString();
-    recorder->setLimitBytes(settingsFile->value("captureLimitMB", defaultCaptureLimitMB).toLongLong() * 1024 * 1024);
+    // A hand-edited limit that is no number gets the default, a tiny one a floor.
+    bool ok = false;
+    const qint64 limitMB = settingsFile->value("captureLimitMB", defaultCaptureLimitMB).toLongLong(&ok);
+    recorder->setLimitBytes(qBound<qint64>(minCaptureLimitMB, ok ? limitMB : defaultCaptureLimitMB, maxCaptureLimitMB) * 1024 * 1024);
 }
 
 void MainWindow::saveSettings()

@@ -21,6 +21,7 @@ public:
 
     static constexpr qint64 defaultLimitBytes = 2048LL * 1024 * 1024;
     void setLimitBytes(qint64 bytes) { limit = bytes; }
+    qint64 limitBytes() const { return limit; }
 
     // Closes the current file and starts a new one; clears an earlier failure.
     bool start();

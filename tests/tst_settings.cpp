@@ -1,6 +1,8 @@
 // Settings dialog and settings.ini: what is loaded, applied and saved.
 #include "testsupport.h"
 
+#include "capture/recorder.h"
+
 static QImage iconImage(const QIcon &icon) { return icon.pixmap(32, 32).toImage(); }
 
 static QString rates(const QComboBox *box)
@@ -102,6 +104,11 @@ private slots:
         QVERIFY(!again.interpret);
         QCOMPARE(iconImage(again.ui->actionTranslate->icon()), off);
         QCOMPARE(again.viewLineLimit(), 500000);
+        for (const auto &[written, limit] : {qMakePair(QString("abc"), 2048), qMakePair(QString("-5"), 16)}) {
+            writeSettingsIni({{"captureLimitMB", written}});
+            MainWindow edited; // a hand-edited limit: the default, or the floor
+            QCOMPARE(edited.recorder->limitBytes(), qint64(limit) * 1024 * 1024);
+        }
     }
 
     void unlistedPorts()
