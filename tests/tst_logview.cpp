@@ -123,6 +123,25 @@ private slots:
         QCOMPARE(bar->value(), bar->maximum());
     }
 
+    // A capture that cannot be written says so once in the status bar; the view goes on.
+    void captureFailureKeepsTheView()
+    {
+        const QString folder = QCoreApplication::applicationDirPath() + "/captures";
+        QDir(folder).removeRecursively();
+        QFile blocker(folder); // a plain file where the folder should be
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        {
+            Session s(1000);
+            s.feed(0, 50);
+            QVERIFY2(s.w->statusBar()->currentMessage().startsWith("Capture stopped: cannot create the capture folder"),
+                     qPrintable(s.w->statusBar()->currentMessage()));
+            QCOMPARE(s.view->document()->blockCount(), 50);
+            QVERIFY(s.w->recorder->currentFile().isEmpty());
+        }
+        QFile::remove(folder);
+    }
+
     // One read's lines land in order, each one in the document as its packageProcess returns, edit block or not.
     void linesInDocumentAtOnce()
     {
