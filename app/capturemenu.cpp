@@ -139,31 +139,37 @@ void MainWindow::openCaptureFile()
         showCapture(path);
 }
 
+namespace {
+
+// Asks where to write, the file name given its suffix; empty when cancelled.
+QString askSavePath(QWidget *parent, const QString &caption, const QString &proposed, const QString &filter,
+                    const QLatin1String &suffix)
+{
+    QString path = QFileDialog::getSaveFileName(parent, caption, proposed, filter);
+    if (!path.isEmpty() && !path.endsWith(suffix, Qt::CaseInsensitive))
+        path += suffix;
+    return path;
+}
+
+} // namespace
+
 void MainWindow::saveCaptureFile()
 {
     const QString live = QFileInfo(recorder->currentFile()).fileName();
-    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Save Capture As"), logPath + "/" + live,
-                                                QStringLiteral("Captures (*.pcapng)"));
-    if (path.isEmpty())
-        return;
-    if (!path.endsWith(QLatin1String(".pcapng"), Qt::CaseInsensitive))
-        path += QLatin1String(".pcapng");
+    const QString path = askSavePath(this, QStringLiteral("Save Capture As"), logPath + "/" + live,
+                                     QStringLiteral("Captures (*.pcapng)"), QLatin1String(".pcapng"));
     QString error;
-    if (!saveCapture(path, &error))
+    if (!path.isEmpty() && !saveCapture(path, &error))
         QMessageBox::warning(this, QStringLiteral("Save Capture"), error);
 }
 
 void MainWindow::exportMdbFile()
 {
     const QString source = shownCapture.isEmpty() ? recorder->currentFile() : shownCapture;
-    const QString proposed = logPath + "/mdb_" + QFileInfo(source).completeBaseName() + ".pcap";
-    QString path = QFileDialog::getSaveFileName(this, QStringLiteral("Export MDB for Wireshark"), proposed,
-                                                QStringLiteral("Wireshark pcap (*.pcap)"));
-    if (path.isEmpty())
-        return;
-    if (!path.endsWith(QLatin1String(".pcap"), Qt::CaseInsensitive))
-        path += QLatin1String(".pcap");
+    const QString path = askSavePath(this, QStringLiteral("Export MDB for Wireshark"),
+                                     logPath + "/mdb_" + QFileInfo(source).completeBaseName() + ".pcap",
+                                     QStringLiteral("Wireshark pcap (*.pcap)"), QLatin1String(".pcap"));
     QString error;
-    if (!exportMdb(path, &error))
+    if (!path.isEmpty() && !exportMdb(path, &error))
         QMessageBox::warning(this, QStringLiteral("Export MDB"), error);
 }

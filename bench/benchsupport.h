@@ -3,6 +3,8 @@
 
 // What the benchmarks share: the link's limits, CPU time and memory readings,
 // and a quiet window whose settings.ini never asks an update server.
+#include "link/frame.h"
+
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QFile>
@@ -31,6 +33,27 @@ inline long rssBytes()
         return 0;
     const QList<QByteArray> fields = statm.readAll().split(' ');
     return fields.size() > 1 ? fields[1].toLong() * sysconf(_SC_PAGESIZE) : 0;
+}
+
+// An MDB message as the box frames it: ticks that go on from `tick`, the
+// direction, mode MDB, then every byte with its mode bit; `marked` is the
+// byte whose bit is set, or -1.
+inline QByteArray mdbFrame(quint32 &tick, int direction, const QByteArray &data, qsizetype marked)
+{
+    QByteArray body;
+    body.reserve(10 + 2 * data.size());
+    const quint32 start = tick + 2;
+    tick = start + quint32(data.size());
+    for (quint32 t : {start, tick})
+        for (int shift = 24; shift >= 0; shift -= 8)
+            body.append(char((t >> shift) & 0xFF));
+    body.append(char(direction));
+    body.append(char(0)); // MDB
+    for (qsizetype i = 0; i < data.size(); ++i) {
+        body.append(data.at(i));
+        body.append(char(i == marked ? 1 : 0));
+    }
+    return BoxFrame::build(BoxFrame::KindBusData, body);
 }
 
 // Before the application object exists.

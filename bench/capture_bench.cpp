@@ -25,7 +25,7 @@ constexpr int passes = 3;
 // A bus-data frame of 9-bit bytes: the mode bit on the first byte of a VMC
 // command, on the last of a peripheral's reply (an ACK alone is both), and a
 // checksum after all but an ACK.
-QByteArray mdbFrame(quint32 &tick, int direction, const char *hex, bool ack = false)
+QByteArray mdbMessage(quint32 &tick, int direction, const char *hex, bool ack = false)
 {
     QByteArray data = QByteArray::fromHex(hex);
     unsigned char sum = 0;
@@ -33,19 +33,9 @@ QByteArray mdbFrame(quint32 &tick, int direction, const char *hex, bool ack = fa
         sum = static_cast<unsigned char>(sum + static_cast<unsigned char>(c));
     if (!ack)
         data.append(char(sum));
-    QByteArray body;
-    const quint32 start = tick + 2;
-    tick = start + quint32(data.size());
-    for (quint32 t : {start, tick})
-        for (int shift = 24; shift >= 0; shift -= 8)
-            body.append(char((t >> shift) & 0xFF));
-    body.append(char(direction));
-    body.append(char(0)); // MDB
-    for (int i = 0; i < data.size(); ++i) {
-        body.append(data.at(i));
-        body.append(char(direction == 0 ? i == 0 && !ack : i == data.size() - 1));
-    }
-    return BoxFrame::build(BoxFrame::KindBusData, body);
+    // The VMC marks its command byte, a peripheral its last byte.
+    const qsizetype marked = direction == 0 ? (ack ? -1 : 0) : data.size() - 1;
+    return Bench::mdbFrame(tick, direction, data, marked);
 }
 
 // Idle polling with a coin deposited now and then and a coin changer SETUP.
@@ -54,12 +44,12 @@ QVector<QByteArray> mdbMix()
     QVector<QByteArray> frames;
     quint32 tick = 1000;
     for (int round = 0; frames.size() < frameCount; ++round) {
-        frames << mdbFrame(tick, 0, "0B") << mdbFrame(tick, 1, "00", true);
+        frames << mdbMessage(tick, 0, "0B") << mdbMessage(tick, 1, "00", true);
         if (round % 4 == 1) // a coin deposited, ACKed
-            frames << mdbFrame(tick, 0, "0B") << mdbFrame(tick, 1, "52") << mdbFrame(tick, 0, "00", true);
+            frames << mdbMessage(tick, 0, "0B") << mdbMessage(tick, 1, "52") << mdbMessage(tick, 0, "00", true);
         if (round % 16 == 3)
-            frames << mdbFrame(tick, 0, "09") << mdbFrame(tick, 1, "0318400A0203000102050A143264C80000000000000000")
-                   << mdbFrame(tick, 0, "00", true);
+            frames << mdbMessage(tick, 0, "09") << mdbMessage(tick, 1, "0318400A0203000102050A143264C80000000000000000")
+                   << mdbMessage(tick, 0, "00", true);
     }
     frames.resize(frameCount);
     return frames;

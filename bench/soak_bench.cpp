@@ -153,24 +153,9 @@ private:
         }
     }
 
-    // One message as the box frames it: ticks, direction, MDB, then every
-    // byte with its mode bit; marked is the byte whose bit is set, or -1.
     QByteArray frame(int direction, const QByteArray &data, qsizetype marked)
     {
-        QByteArray body;
-        body.reserve(10 + 2 * data.size());
-        const quint32 start = tick + 2;
-        tick = start + quint32(data.size());
-        for (quint32 t : {start, tick})
-            for (int shift = 24; shift >= 0; shift -= 8)
-                body.append(char((t >> shift) & 0xFF));
-        body.append(char(direction));
-        body.append(char(0)); // MDB
-        for (qsizetype i = 0; i < data.size(); ++i) {
-            body.append(data.at(i));
-            body.append(char(i == marked ? 1 : 0));
-        }
-        return BoxFrame::build(BoxFrame::KindBusData, body);
+        return mdbFrame(tick, direction, data, marked);
     }
 
     static QByteArray withChecksum(QByteArray data)
