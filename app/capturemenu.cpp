@@ -4,6 +4,7 @@
 #include "capture/capturefile.h"
 #include "capture/recorder.h"
 #include "capture/wireshark.h"
+#include "insight/businsight.h"
 #include "protocols/linebuilder.h"
 #include "ui_mainwindow.h"
 
@@ -23,6 +24,8 @@ void MainWindow::startCapture()
 {
     shownCapture.clear();
     viewTrimmed = false;
+    insight->clear();
+    showInsightOf(nullptr);
     recorder->start();
 }
 
@@ -43,8 +46,10 @@ bool MainWindow::showCapture(const QString &path)
     const int limit = viewLineLimit();
     QStringList lines;
     qint64 dropped = 0;
+    auto figures = std::make_unique<BusInsight>();
     CaptureFile::Sink sink;
-    sink.onFrame = [&](qint64, const QByteArray &frame) {
+    sink.onFrame = [&](qint64 timeUs, const QByteArray &frame) {
+        figures->addFrame(timeUs, frame);
         QString line = builder.line(frame);
         if (line.isNull())
             return;
@@ -67,6 +72,7 @@ bool MainWindow::showCapture(const QString &path)
         batch.endEditBlock();
         shownCapture = path;
         viewTrimmed = false;
+        showInsightOf(figures.release());
         QString note = QStringLiteral("%1: %2 frames").arg(path).arg(report.frames);
         if (report.skipped)
             note += QStringLiteral(", %1 bad frames left out").arg(report.skipped);
@@ -139,24 +145,19 @@ void MainWindow::openCaptureFile()
         showCapture(path);
 }
 
-namespace {
-
-// Asks where to write, the file name given its suffix; empty when cancelled.
-QString askSavePath(QWidget *parent, const QString &caption, const QString &proposed, const QString &filter,
-                    const QLatin1String &suffix)
+QString MainWindow::askSavePath(const QString &caption, const QString &proposed, const QString &filter,
+                                const QLatin1String &suffix)
 {
-    QString path = QFileDialog::getSaveFileName(parent, caption, proposed, filter);
+    QString path = QFileDialog::getSaveFileName(this, caption, proposed, filter);
     if (!path.isEmpty() && !path.endsWith(suffix, Qt::CaseInsensitive))
         path += suffix;
     return path;
 }
 
-} // namespace
-
 void MainWindow::saveCaptureFile()
 {
     const QString live = QFileInfo(recorder->currentFile()).fileName();
-    const QString path = askSavePath(this, QStringLiteral("Save Capture As"), logPath + "/" + live,
+    const QString path = askSavePath(QStringLiteral("Save Capture As"), logPath + "/" + live,
                                      QStringLiteral("Captures (*.pcapng)"), QLatin1String(".pcapng"));
     QString error;
     if (!path.isEmpty() && !saveCapture(path, &error))
@@ -166,7 +167,7 @@ void MainWindow::saveCaptureFile()
 void MainWindow::exportMdbFile()
 {
     const QString source = shownCapture.isEmpty() ? recorder->currentFile() : shownCapture;
-    const QString path = askSavePath(this, QStringLiteral("Export MDB for Wireshark"),
+    const QString path = askSavePath(QStringLiteral("Export MDB for Wireshark"),
                                      logPath + "/mdb_" + QFileInfo(source).completeBaseName() + ".pcap",
                                      QStringLiteral("Wireshark pcap (*.pcap)"), QLatin1String(".pcap"));
     QString error;

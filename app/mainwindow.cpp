@@ -1,9 +1,11 @@
 #include "app/mainwindow.h"
+#include "app/paths.h"
 #include "ui_dialogfirmware.h"
 #include "ui_mainwindow.h"
 #include "ui_settings.h"
 
 #include "capture/recorder.h"
+#include "insight/businsight.h"
 #include "link/comm.h"
 #include "link/frame.h"
 #include "link/framecutter.h"
@@ -82,7 +84,7 @@ MainWindow::MainWindow(QWidget *parent)
     connect(downloader, &Downloader::allFinished, this, &MainWindow::downloadAllFinished);
     connect(fwUpgrade, &FWUpgrade::upgradeEnd, this, [this] { reconnectTimer->start(); });
 
-    settingsFile = new QSettings(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+    settingsFile = new QSettings(userPath(Place::Settings), QSettings::IniFormat);
 
     connect(settings->serialPort, &QSerialPort::readyRead, this, &MainWindow::readData);
     connect(settings->serialPort, &QSerialPort::errorOccurred, this, &MainWindow::portError);
@@ -117,7 +119,7 @@ MainWindow::MainWindow(QWidget *parent)
     watchdogTimer->setSingleShot(true);
     connect(watchdogTimer, &QTimer::timeout, this, &MainWindow::watchdogTimeout);
 
-    recorder = new CaptureRecorder(QCoreApplication::applicationDirPath() + "/captures", this);
+    recorder = new CaptureRecorder(userPath(Place::Captures), this);
     connect(recorder, &CaptureRecorder::failed, this, &MainWindow::captureFailed);
     connect(ui->actionOpenCapture, &QAction::triggered, this, &MainWindow::openCaptureFile);
     connect(ui->actionSaveCapture, &QAction::triggered, this, &MainWindow::saveCaptureFile);
@@ -137,6 +139,7 @@ MainWindow::MainWindow(QWidget *parent)
 
     connect(vts, &VTS::showTranslation, this, [this] { ui->textBrowserParsed->append(vts->translation); });
 
+    setUpInsight();
     loadSettings();
     QTimer::singleShot(0, this, &MainWindow::checkForUpdates); // once per run, when the loop starts
 }
@@ -154,6 +157,7 @@ MainWindow::~MainWindow()
     delete vsi;
     delete comm;
     delete settingsFile;
+    delete insight;
 }
 
 namespace {
@@ -260,7 +264,7 @@ void MainWindow::loadSettings()
 
     settingAccepted();
 
-    logPath = settingsFile->value("logPath", QCoreApplication::applicationDirPath()).toString();
+    logPath = settingsFile->value("logPath", userPath(Place::Logs)).toString();
     // A hand-edited limit that is no number gets the default, a tiny one a floor.
     bool ok = false;
     const qint64 limitMB = settingsFile->value("captureLimitMB", defaultCaptureLimitMB).toLongLong(&ok);
@@ -269,7 +273,7 @@ void MainWindow::loadSettings()
 
 void MainWindow::saveSettings()
 {
-    QSettings out(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+    QSettings out(userPath(Place::Settings), QSettings::IniFormat);
     qDebug() << "save settings";
     out.setValue("serial/portName", settings->comboBoxPort->currentText());
     out.setValue("interpret", interpret);
@@ -332,11 +336,15 @@ void MainWindow::receive(const QByteArray &chunk)
     QByteArray frame;
     qint64 arrivalUs = 0; // one clock read for all frames of a chunk
     for (;;) {
+        const qint64 buffered = rxBuffer.size();
         switch (FrameCutter::next(rxBuffer, rxState, frameLength, &frame)) {
         case FrameCutter::Cut::Noise:
+            insight->addNoise(buffered - rxBuffer.size());
+            return;
         case FrameCutter::Cut::Wait:
             return;
         case FrameCutter::Cut::FccError:
+            insight->addFccError();
             qDebug() << "FCC error";
             qDebug().noquote() << (frame + rxBuffer).toHex().toUpper(); // the buffer as it was
             break;
@@ -344,6 +352,7 @@ void MainWindow::receive(const QByteArray &chunk)
             if (!arrivalUs)
                 arrivalUs = CaptureRecorder::nowUs();
             recorder->record(arrivalUs, frame);
+            insight->addFrame(arrivalUs, frame);
             handleFrame(frame);
             lampOn = !lampOn;
             updateCommStatus(lampOn);
@@ -425,7 +434,7 @@ void MainWindow::upgradeStart()
 
 bool MainWindow::beginUpgrade()
 {
-    if (!fwUpgrade->openFirmware(QCoreApplication::applicationDirPath() + "/firmware"))
+    if (!fwUpgrade->openFirmware(userPath(Place::Firmware)))
         return false;
     comm->boot();
     fwUpgrade->upgradeRunning = true;
@@ -510,6 +519,7 @@ void MainWindow::reconnectTick()
 
 void MainWindow::watchdogTimeout()
 {
+    insight->addWatchdogReopen();
     updateCommStatus(false);
     reopenPort();
 }
@@ -536,6 +546,7 @@ void MainWindow::portLost(const QString &reason)
 {
     const QString name = settings->serialPort->portName();
     qDebug().noquote() << "port lost:" << name << reason;
+    insight->addPortLost();
     statusBar()->showMessage(name + " lost: " + reason);
     // Closing from inside the error signal would re-enter the port.
     QMetaObject::invokeMethod(this, [this] {

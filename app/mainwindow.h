@@ -10,7 +10,11 @@
 #include <QSerialPort>
 #include <QString>
 
+#include <memory>
+
+class BusInsight;
 class CaptureRecorder;
+class InsightModel;
 class Comm;
 class Downloader;
 class FWUpgrade;
@@ -57,6 +61,18 @@ public:
     void startCapture();
     CaptureRecorder *recorder = nullptr;
     QString shownCapture; // the capture the view shows, empty for live traffic
+
+    // Bus insight: the live session's figures, and those of the capture on
+    // view. The docks show the latter while there is one.
+    enum class InsightTable { Statistics, Money };
+    BusInsight *insight = nullptr;
+    std::unique_ptr<BusInsight> captureInsight;
+    const BusInsight &shownInsight() const;
+    void showInsightOf(BusInsight *fromCapture);
+    void refreshInsight();
+    bool saveInsight(InsightTable which, const QString &path, QString *error) const;
+    InsightModel *statisticsModel = nullptr;
+    InsightModel *moneyModel = nullptr;
 
     // The log view is bounded: by the settings' line count and by its height,
     // past which Qt's text layout grinds to a halt. Lines go in chunks.
@@ -135,6 +151,14 @@ private:
     void applicationReply(QNetworkReply *reply);
     void captureFailed(const QString &reason);
     void followTick();
+    void setUpInsight();
+    void saveInsightFile(InsightTable which);
+    QTimer *insightTimer = nullptr;
+    quint64 shownStatisticsRevision = 0;
+    quint64 shownMoneyRevision = 0;
+    // Asks where to write, the file name given its suffix; empty when cancelled.
+    QString askSavePath(const QString &caption, const QString &proposed, const QString &filter,
+                        const QLatin1String &suffix);
     QTimer *followTimer = nullptr;
     static constexpr qint64 paintIntervalMs = 50;
     static constexpr qint64 readSliceBytes = 8192;

@@ -3,6 +3,7 @@
 
 // What the benchmarks share: the link's limits, CPU time and memory readings,
 // and a quiet window whose settings.ini never asks an update server.
+#include "app/paths.h"
 #include "link/frame.h"
 
 #include <QByteArray>
@@ -67,7 +68,7 @@ inline void useOffscreen()
 inline void quietWindowSettings()
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+    QSettings ini(userPath(Place::Settings), QSettings::IniFormat);
     ini.clear();
     ini.setValue("Update", false);
     ini.setValue("updateServer", "http://127.0.0.1:9");

@@ -21,7 +21,7 @@ void writeFile(const QString &path, const QByteArray &bytes)
 // INI_fuzz.bin announces two packets; DAT_fuzz.bin holds 1000 bytes.
 void makeFirmwareFolder()
 {
-    const QString dir = QCoreApplication::applicationDirPath() + "/firmware";
+    const QString dir = userPath(Place::Firmware);
     QDir().mkpath(dir);
     writeFile(dir + "/INI_fuzz.bin", QByteArray::fromHex("5550000003000002000000003178000000"));
     writeFile(dir + "/DAT_fuzz.bin", QByteArray(1000, '\x5A'));

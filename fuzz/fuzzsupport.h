@@ -4,6 +4,7 @@
 // Shared by the fuzz targets.
 
 #include "app/mainwindow.h"
+#include "app/paths.h"
 #include "link/frame.h"
 #include "settings/settings.h"
 #include "ui_mainwindow.h"
@@ -125,7 +126,7 @@ inline MainWindow *window()
         return w;
     ensureApp();
     {
-        QSettings ini(QCoreApplication::applicationDirPath() + "/settings.ini", QSettings::IniFormat);
+        QSettings ini(userPath(Place::Settings), QSettings::IniFormat);
         ini.clear();
         ini.setValue("Update", false);
         ini.setValue("updateServer", "http://127.0.0.1:9");

@@ -5,14 +5,11 @@
 #include "mdb/card.h"
 #include "mdb/coin.h"
 #include "mdb/mdbtext.h"
+#include "mdb/message.h"
+
+using MdbMessage::checksumOk;
 
 namespace {
-
-constexpr unsigned char coinCommandBytes[] = {0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0F};
-constexpr unsigned char coinExpansionBytes[] = {0x00, 0x01, 0x05};
-constexpr unsigned char billCommandBytes[] = {0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x36, 0x37};
-constexpr unsigned char cashless1Bytes[] = {0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x17};
-constexpr unsigned char cashless2Bytes[] = {0x60, 0x61, 0x62, 0x63, 0x64, 0x65, 0x67};
 
 template <std::size_t N>
 QSet<unsigned char> setOf(const unsigned char (&bytes)[N])
@@ -28,17 +25,6 @@ bool isPoll(int b)
 }
 
 const QString fccErr = QStringLiteral("<span style='color: red;'>FCC err </span>");
-
-// The last byte of a message is the 8-bit sum of the others.
-bool checksumOk(const unsigned char *d, int n)
-{
-    if (n < 2)
-        return false;
-    unsigned char sum = 0;
-    for (int i = 0; i < n - 1; ++i)
-        sum = static_cast<unsigned char>(sum + d[i]);
-    return sum == d[n - 1];
-}
 
 } // namespace
 
@@ -59,19 +45,15 @@ QString hexStringGenerate(const QByteArray &data)
 
 bool splitMessage(const QByteArray &frame, QByteArray *data, QByteArray *modeBits)
 {
-    const int payloadSize = int(frame.size()) - BoxFrame::busDataOffset - BoxFrame::trailerSize;
-    if (payloadSize < 0)
+    MdbMessage::InPlace message;
+    if (!message.read(frame))
         return false;
-    // Data bytes at even offsets, mode bits at odd ones; an odd trailing
-    // byte is a data byte whose mode bit is clear.
-    const char *payload = frame.constData() + BoxFrame::busDataOffset;
-    const int n = (payloadSize + 1) / 2;
+    const int n = message.size();
     *data = QByteArray(n, Qt::Uninitialized);
     *modeBits = QByteArray(n, '\0');
     for (int i = 0; i < n; ++i) {
-        (*data)[i] = payload[2 * i];
-        if (2 * i + 1 < payloadSize)
-            (*modeBits)[i] = payload[2 * i + 1];
+        (*data)[i] = char(message.data(i));
+        (*modeBits)[i] = message.modeByte(i);
     }
     return true;
 }
@@ -79,11 +61,11 @@ bool splitMessage(const QByteArray &frame, QByteArray *data, QByteArray *modeBit
 MDB::MDB(MainWindow *mainWindow)
     : QObject(nullptr),
       mainWindow(mainWindow),
-      coinCommands(setOf(coinCommandBytes)),
-      coinExpansionSubcommands(setOf(coinExpansionBytes)),
-      billCommands(setOf(billCommandBytes)),
-      cashless1Commands(setOf(cashless1Bytes)),
-      cashless2Commands(setOf(cashless2Bytes)),
+      coinCommands(setOf(MdbMessage::coinCommands)),
+      coinExpansionSubcommands(setOf(MdbMessage::coinExpansionSubcommands)),
+      billCommands(setOf(MdbMessage::billCommands)),
+      cashless1Commands(setOf(MdbMessage::cashless1Commands)),
+      cashless2Commands(setOf(MdbMessage::cashless2Commands)),
       color(QStringLiteral("black"))
 {
 }
@@ -157,13 +139,12 @@ QString MDB::explain(const QByteArray &modeBits, const QByteArray &data, bool in
             color = QStringLiteral("red");
     };
 
-    // An empty message: nothing to classify, no state changes.
-    if (n == 0)
-        return interpretOn ? QStringLiteral("Length error") : QString();
-
     QString text;
-    if (modeBit(0)) {
-        // The VMC marks its command byte; a peripheral marks its lone ACK.
+    switch (MdbMessage::classify(n, n > 0 ? d[0] : 0, n > 0 && modeBit(0), n > 0 && modeBit(n - 1))) {
+    case MdbMessage::Kind::Empty:
+        // Nothing to classify, no state changes.
+        return interpretOn ? QStringLiteral("Length error") : QString();
+    case MdbMessage::Kind::Command: {
         const unsigned char c = d[0];
         const char *deviceColor = coinCommands.contains(c)       ? "green"
                                   : billCommands.contains(c)      ? "blue"
@@ -180,31 +161,38 @@ QString MDB::explain(const QByteArray &modeBits, const QByteArray &data, bool in
             lastCommand = 0;
             color = QStringLiteral("red");
             text += QStringLiteral("unknow command 0x%1").arg(MdbText::hex2(c));
-        } else if (c == 0x00) {
-            text += QStringLiteral("Peripheral ACK");
-            lateCheck();
         } else {
             return QString();
         }
-    } else if (modeBit(n - 1)) {
-        // A peripheral marks the last byte of its reply.
+        break;
+    }
+    case MdbMessage::Kind::PeripheralAck:
+        text += QStringLiteral("Peripheral ACK");
+        lateCheck();
+        break;
+    case MdbMessage::Kind::Reply:
         if (!checksumOk(d, n))
             text += fccErr;
         text += replyText(data.left(n));
         lateCheck();
-    } else {
-        // Nothing marked: the VMC's acknowledgements.
-        if (n == 1 && d[0] == 0x00)
-            text += QStringLiteral("VMC ACK");
-        else if (n == 1 && d[0] == 0xFF)
-            text += QStringLiteral("VMC NAK");
-        else if (n == 1 && d[0] == 0xAA)
-            text += QStringLiteral("VMC RET");
-        else {
-            color = QStringLiteral("red");
-            text += QStringLiteral("unknow data 0x%1").arg(MdbText::hex2(d[0]));
-        }
+        break;
+    case MdbMessage::Kind::VmcAck:
+        text += QStringLiteral("VMC ACK");
         lateCheck();
+        break;
+    case MdbMessage::Kind::VmcNak:
+        text += QStringLiteral("VMC NAK");
+        lateCheck();
+        break;
+    case MdbMessage::Kind::VmcRet:
+        text += QStringLiteral("VMC RET");
+        lateCheck();
+        break;
+    case MdbMessage::Kind::VmcOther:
+        color = QStringLiteral("red");
+        text += QStringLiteral("unknow data 0x%1").arg(MdbText::hex2(d[0]));
+        lateCheck();
+        break;
     }
     return interpretOn ? text : QString();
 }

@@ -3,6 +3,7 @@
 
 // What every test here uses: Qt's modules, the main window and its forms.
 #include "app/mainwindow.h"
+#include "app/paths.h"
 #include "link/frame.h"
 #include "settings/settings.h"
 #include "ui_dialogfirmware.h"
@@ -44,7 +45,7 @@ bool waitUntil(const std::function<bool()> &pred, int timeoutMs = 3000);
 // Writes settings.ini beside the test executable. Unless the caller says
 // otherwise the update check is off, so no test ever looks up the real server.
 void writeSettingsIni(const QVariantMap &values = {});
-inline QString settingsIniPath() { return QCoreApplication::applicationDirPath() + "/settings.ini"; }
+inline QString settingsIniPath() { return userPath(Place::Settings); }
 inline void removeSettingsIni() { QFile::remove(settingsIniPath()); }
 
 // A bus-data frame as the box sends it.

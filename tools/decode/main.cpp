@@ -2,6 +2,7 @@
 // window shows them, without a window.
 #include "capture/capturefile.h"
 #include "capture/wireshark.h"
+#include "insight/businsight.h"
 #include "link/frame.h"
 #include "protocols/linebuilder.h"
 
@@ -66,7 +67,9 @@ int main(int argc, char *argv[])
     const QCommandLineOption hide("hide", "Hide this idle traffic, as the settings' unchecked boxes do (same names).", "NAME,...");
     const QCommandLineOption html("html", "Print the HTML lines instead of the plain text.");
     const QCommandLineOption wireshark("wireshark", "Also write the MDB transfers as a pcap file for Wireshark.", "OUT.pcap");
-    parser.addOptions({modeOption, noTranslate, show, hide, html, wireshark});
+    const QCommandLineOption stats("stats", "Print the MDB statistics per device and the link's figures as CSV instead of the lines.");
+    const QCommandLineOption money("money", "Print the money timeline and its summary as CSV instead of the lines (after --stats and a blank line when both are given).");
+    parser.addOptions({modeOption, noTranslate, show, hide, html, wireshark, stats, money});
     parser.addPositionalArgument("INPUT", "A Vendscope capture or a raw serial dump.");
 
     if (!parser.parse(QCoreApplication::arguments()))
@@ -92,6 +95,8 @@ int main(int argc, char *argv[])
         if (mode < 0)
             return fail("unknown mode \"" + name + "\"; one of " + modeNames.join(", "));
     }
+    if ((parser.isSet(stats) || parser.isSet(money)) && parser.isSet(html))
+        return fail(QStringLiteral("--html shapes lines; --stats and --money print CSV"));
     LineOptions options;
     options.interpret = !parser.isSet(noTranslate);
     QString bad;
@@ -109,12 +114,19 @@ int main(int argc, char *argv[])
     LineBuilder builder(options);
     const bool asHtml = parser.isSet(html);
     const bool exporting = parser.isSet(wireshark);
+    const bool tables = parser.isSet(stats) || parser.isSet(money);
+    BusInsight insight;
+    qint64 badFrames = 0;
     CaptureFile::Sink sink;
     sink.onFrame = [&](qint64 timeUs, const QByteArray &frame) {
+        if (tables) // every frame, as the window's figures see them; --mode picks lines only
+            insight.addFrame(timeUs, frame);
         if (mode >= 0 && (frame.size() <= BoxFrame::modeOffset || frame.at(BoxFrame::modeOffset) != mode))
             return;
         if (exporting)
             exporter.add(timeUs, frame);
+        if (tables)
+            return;
         const QString line = builder.line(frame);
         if (line.isNull())
             return;
@@ -122,9 +134,26 @@ int main(int argc, char *argv[])
         std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
         std::fputc('\n', stdout);
     };
-    sink.onSkip = [](const QString &why) { std::fprintf(stderr, "vendscope-decode: %s\n", qPrintable(why)); };
+    sink.onSkip = [&badFrames](const QString &why) {
+        ++badFrames;
+        std::fprintf(stderr, "vendscope-decode: %s\n", qPrintable(why));
+    };
 
     const CaptureFile::Report report = CaptureFile::read(inputs.first(), sink);
+    if (tables && (report.status == CaptureFile::Status::Ok || report.status == CaptureFile::Status::Truncated)) {
+        // A raw dump leaves a frame out only when its check byte fails.
+        for (qint64 i = 0; report.raw && i < badFrames; ++i)
+            insight.addFccError();
+        QString csv;
+        if (parser.isSet(stats))
+            csv += toCsv(insight.statistics());
+        if (parser.isSet(stats) && parser.isSet(money))
+            csv += QLatin1String("\r\n");
+        if (parser.isSet(money))
+            csv += toCsv(insight.money());
+        const QByteArray text = csv.toUtf8();
+        std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    }
     std::fflush(stdout);
     if (exporting) {
         QString error;
