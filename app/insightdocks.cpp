@@ -63,6 +63,8 @@ void setUpTable(QTableView *view, InsightModel *model)
     proxy->setSourceModel(model);
     view->setModel(proxy);
     view->verticalHeader()->hide();
+    view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 6);
+    view->setWordWrap(false);
     view->horizontalHeader()->setStretchLastSection(true);
     view->sortByColumn(-1, Qt::AscendingOrder); // the engine's own order until the user picks a column
 }
@@ -77,9 +79,16 @@ void MainWindow::setUpInsight()
     setUpTable(ui->tableStatistics, statisticsModel);
     setUpTable(ui->tableMoney, moneyModel);
 
+    // One tab each below the view, so each table gets the window's width;
+    // they can be dragged apart.
+    tabifyDockWidget(ui->dockStatistics, ui->dockMoney);
     for (QDockWidget *dock : {ui->dockStatistics, ui->dockMoney}) {
         ui->menuView->addAction(dock->toggleViewAction());
         dock->hide();
+        connect(dock->toggleViewAction(), &QAction::triggered, dock, [dock](bool on) {
+            if (on)
+                dock->raise();
+        });
         connect(dock, &QDockWidget::visibilityChanged, this, [this](bool visible) {
             if (visible)
                 refreshInsight();
@@ -110,10 +119,12 @@ void MainWindow::refreshInsight()
     if (ui->dockStatistics->isVisible() && source.statisticsRevision() != shownStatisticsRevision) {
         shownStatisticsRevision = source.statisticsRevision();
         statisticsModel->setTable(source.statistics());
+        ui->tableStatistics->resizeColumnsToContents();
     }
     if (ui->dockMoney->isVisible() && source.moneyRevision() != shownMoneyRevision) {
         shownMoneyRevision = source.moneyRevision();
         moneyModel->setTable(source.money());
+        ui->tableMoney->resizeColumnsToContents(); // looks at the first thousand rows only
     }
 }
 
