@@ -1,4 +1,5 @@
 #include "update/downloader.h"
+#include "app/paths.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -22,7 +23,7 @@ Downloader::~Downloader()
 
 QString Downloader::firmwareDir()
 {
-    return QCoreApplication::applicationDirPath() + "/firmware";
+    return userPath(Place::Firmware);
 }
 
 void Downloader::clearFirmwareDir()
