@@ -13,6 +13,7 @@
 #include <QDebug>
 #include <QDesktopServices>
 #include <QDialog>
+#include <QFile>
 #include <QLabel>
 #include <QMessageBox>
 #include <QNetworkAccessManager>
@@ -71,6 +72,13 @@ bool askYesNo(QWidget *parent, const QString &title, const QString &text)
     return box.exec() == QMessageBox::Yes;
 }
 
+void warn(QWidget *parent, const QString &title, const QString &text)
+{
+    QMessageBox box(QMessageBox::Warning, title, text, QMessageBox::Ok, parent);
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
+}
+
 } // namespace
 
 void MainWindow::checkForUpdates()
@@ -120,9 +128,9 @@ void MainWindow::firmwareReply(QNetworkReply *reply)
     downloader->clearFirmwareDir();
     firmwareDialog->show();
     firmwareUi->labelStatus->setText("Fetching firmware...");
-    downloader->addUrl(QUrl(manifest.dat));
-    downloader->addUrl(QUrl(manifest.ini));
-    downloader->addUrl(QUrl(manifest.cof));
+    downloader->addUrl(QUrl(manifest.dat), manifest.datSha256);
+    downloader->addUrl(QUrl(manifest.ini), manifest.iniSha256);
+    downloader->addUrl(QUrl(manifest.cof), manifest.cofSha256);
     downloader->start();
 }
 
@@ -153,5 +161,21 @@ void MainWindow::downloadProgress(const QString &fileName, qint64 received, qint
 void MainWindow::downloadAllFinished()
 {
     firmwareUi->labelStatus->setText("All firmware files downloaded.");
+    // Where the manifest published digests, every file must match its own
+    // before anything goes to the box; a file that does not is deleted with
+    // the rest, so that a later firmware request of the box finds nothing.
+    const QList<Downloader::Task> fetched = downloader->fetchedTasks();
+    for (const Downloader::Task &task : fetched) {
+        QString reason;
+        if (task.sha256.isEmpty() || fileMatchesSha256(task.filePath, task.sha256, &reason))
+            continue;
+        qWarning().noquote() << "Firmware refused:" << reason;
+        for (const Downloader::Task &file : fetched) // hidden names too, which clearing the folder passes over
+            QFile::remove(file.filePath);
+        downloader->clearFirmwareDir();
+        firmwareUi->labelStatus->setText("Firmware refused: checksum check failed.");
+        warn(this, "Firmware Update", reason + "\n\nNothing was flashed; the downloaded files were deleted.");
+        return;
+    }
     beginUpgrade();
 }

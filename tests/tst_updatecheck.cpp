@@ -2,6 +2,7 @@
 #include "testsupport.h"
 
 #include "update/downloader.h"
+#include "update/fwupgrade.h"
 
 // A small HTTP/1.1 server on 127.0.0.1 for the update tests: GET from a table
 // of paths, one request per connection, unknown paths get a 404 page.
@@ -63,7 +64,8 @@ private:
 static const QString firmwarePath = "/updates/Tallybox/Firmware/update.json";
 static const QString applicationPath = "/updates/Tallybox/Windows/update.json";
 
-// Stands in for the user and the desktop: answers every question box, remembers what it asked and what it opened.
+// Stands in for the user and the desktop: answers every question box, acknowledges every warning box (OK),
+// remembers what they said and what it opened.
 class User : public QTimer
 {
     Q_OBJECT
@@ -73,9 +75,10 @@ public:
         for (const char *scheme : {"http", "https"}) QDesktopServices::setUrlHandler(scheme, this, "open");
         callOnTimeout([this, answer] {
             auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (box && box->button(answer)) {
+            QAbstractButton *button = !box ? nullptr : box->button(answer) ? box->button(answer) : box->button(QMessageBox::Ok);
+            if (button) {
                 said << box->windowTitle() + "|" + box->text() + (box->textFormat() == Qt::PlainText ? "" : " <rich>");
-                box->button(answer)->click();
+                button->click();
             }
         });
         start(10);
@@ -88,9 +91,22 @@ public:
 // JSON with single quotes (moc misreads raw strings); "$SERVER" stands for the test server's address.
 static QByteArray json(QString text) { return text.replace('\'', '"').toUtf8(); }
 
-static QByteArray firmwareManifest(const QString &version)
+// more: further members, each after ", ".
+static QByteArray firmwareManifest(const QString &version, const QString &more = QString())
 {
-    return json("{'version': '" + version + "', 'DAT': '$SERVER/fw/DAT_1.1.0.bin', 'INI': '$SERVER/fw/INI_1.1.0.bin', 'COF': '$SERVER/fw/COF_1.1.0.bin'}");
+    return json("{'version': '" + version + "', 'DAT': '$SERVER/fw/DAT_1.1.0.bin', 'INI': '$SERVER/fw/INI_1.1.0.bin', 'COF': '$SERVER/fw/COF_1.1.0.bin'"
+                + (more.isEmpty() ? "" : ", " + more) + "}");
+}
+
+// The "sha256" member with the given member text, e.g. "'DAT': 'ab', 'INI': 'cd'".
+static QString sha256Member(const QString &members) { return "'sha256': {" + members + "}"; }
+static QString digestMembers(const QString &dat, const QString &ini, const QString &cof)
+{
+    return "'DAT': '" + dat + "', 'INI': '" + ini + "', 'COF': '" + cof + "'";
+}
+static QString sha256Hex(const QByteArray &data)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
 }
 
 // Every file in the firmware folder as "name=content", sorted by name.
@@ -161,15 +177,61 @@ private slots:
         QSignalSpy finished(&d, &Downloader::allFinished);
         QSignalSpy progress(&d, &Downloader::progress);
         d.addUrl(QUrl(server->url(path)));
-        d.addUrl(QUrl(server->url("/fw/INI_a.bin")));
+        d.addUrl(QUrl(server->url("/fw/INI_a.bin")), "AB12"); // the digest only travels with the task
         d.start();
         QVERIFY(finished.wait(20000));
         QTEST(stored().join(' '), "files");
+        QCOMPARE(d.fetchedTasks().size(), 2);
+        QCOMPARE(d.fetchedTasks().first().sha256, QString());
+        QCOMPARE(d.fetchedTasks().last().filePath, Downloader::firmwareDir() + "/INI_a.bin");
+        QCOMPARE(d.fetchedTasks().last().sha256, QString("AB12"));
         QCOMPARE(server->requests.size(), 2);
         QCOMPARE(server->requests.last(), QString("/fw/INI_a.bin"));
         if (page.size() > 1) // the large file reports its whole size
             QVERIFY(progress.contains(QVariantList({QString("DAT_a.bin"), qint64(page.size()), qint64(page.size())})));
         QCOMPARE(progress.last(), QVariantList({QString("INI_a.bin"), qint64(2), qint64(-1)})); // no length: unknown
+    }
+
+    // The check of a downloaded file against its published digest, without a window.
+    void digestCheck_data()
+    {
+        QTest::addColumn<QString>("name"); // in the firmware folder; "" is the folder itself
+        QTest::addColumn<QByteArray>("content"); // null: no such file
+        QTest::addColumn<QString>("sha256");
+        QTest::addColumn<QString>("reason"); // empty: it matches
+        const QByteArray image = QByteArray("0123456789abcdef").repeated(70000); // more than one read
+        const QString empty = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+        QTest::newRow("matches") << "DAT_1.bin" << image << sha256Hex(image) << "";
+        QTest::newRow("matches, upper case") << "DAT_1.bin" << image << sha256Hex(image).toUpper() << "";
+        QTest::newRow("empty file") << "COF_1.bin" << QByteArray("") << empty << "";
+        QTest::newRow("one byte changed") << "DAT_1.bin" << QByteArray(image).replace(700000, 1, "X") << sha256Hex(image).toUpper()
+            << "DAT_1.bin does not match the published checksum.\nPublished SHA-256: " + sha256Hex(image)
+                   + "\nSHA-256 of the file: " + sha256Hex(QByteArray(image).replace(700000, 1, "X"));
+        QTest::newRow("no such file") << "INI_1.bin" << QByteArray() << empty
+            << "INI_1.bin cannot be read (No such file or directory), so it cannot be checked against the published checksum.";
+        QTest::newRow("the folder") << "" << QByteArray() << empty << "<folder>";
+    }
+    void digestCheck()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, content);
+        QFETCH(QString, sha256);
+        QFETCH(QString, reason);
+        const QString path = Downloader::firmwareDir() + "/" + name;
+        if (!content.isNull()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            QCOMPARE(file.write(content), content.size());
+        }
+        QString said = "untouched";
+        QCOMPARE(fileMatchesSha256(path, sha256, &said), reason.isEmpty());
+        if (reason.isEmpty())
+            QCOMPARE(said, QString("untouched"));
+        else if (reason == "<folder>") // the system's words for it vary
+            QVERIFY2(QRegularExpression("^/.+/firmware/ cannot be read \\(.+\\), so it cannot be checked against the published checksum\\.$")
+                         .match(said).hasMatch(), qPrintable(said));
+        else
+            QCOMPARE(said, reason);
     }
 
     // One manifest per row, the other says nothing new; the box reports boxVersion, the firmware check is asked
@@ -196,6 +258,31 @@ private slots:
                                    << QStringList{"Update check failed: manifest larger than 1 MiB"};
         QTest::newRow("COF missing") << fw << json("{'version': '9.0', " + files) << v << missing;
         QTest::newRow("COF empty") << fw << json("{'version': '9.0', 'COF': '', " + files) << v << missing;
+        // Digests, where there are any, are checked with the rest of the manifest; a bad one is a bad manifest.
+        const QString d64 = QString(64, 'd'), hex = "0123456789abcdefABCDEF0123456789abcdefABCDEF0123456789abcdefABCD";
+        QTest::newRow("sha256 of all three, either case: asks") << fw << firmwareManifest("9.0", sha256Member(digestMembers(d64, hex, hex.toUpper())))
+            << v << QStringList{"Firmware Update Available|New version 9.0 is available.\nCurrent version: 1.0\nUpdate now?"};
+        QTest::newRow("sha256 of DAT 63 digits") << fw << firmwareManifest("9.0", sha256Member(digestMembers(d64.left(63), d64, d64)))
+            << v << QStringList{"Update json sha256 not 64 hex digits: DAT"};
+        QTest::newRow("sha256 of INI 65 digits") << fw << firmwareManifest("9.0", sha256Member(digestMembers(d64, d64 + "d", d64)))
+            << v << QStringList{"Update json sha256 not 64 hex digits: INI"};
+        QTest::newRow("sha256 of COF not hex") << fw << firmwareManifest("9.0", sha256Member(digestMembers(d64, d64, d64.left(63) + "g")))
+            << v << QStringList{"Update json sha256 not 64 hex digits: COF"};
+        QTest::newRow("sha256 of DAT empty") << fw << firmwareManifest("9.0", sha256Member(digestMembers("", d64, d64)))
+            << v << QStringList{"Update json sha256 not 64 hex digits: DAT"};
+        QTest::newRow("sha256 of INI a number") << fw << firmwareManifest("9.0", sha256Member("'DAT': '" + d64 + "', 'INI': 12, 'COF': '" + d64 + "'"))
+            << v << QStringList{"Update json sha256 not 64 hex digits: INI"};
+        QTest::newRow("sha256 of DAT a list") << fw << firmwareManifest("9.0", sha256Member("'DAT': ['" + d64 + "'], 'INI': '" + d64 + "', 'COF': '" + d64 + "'"))
+            << v << QStringList{"Update json sha256 not 64 hex digits: DAT"};
+        QTest::newRow("sha256 without COF") << fw << firmwareManifest("9.0", sha256Member("'DAT': '" + d64 + "', 'INI': '" + d64 + "'"))
+            << v << QStringList{"Update json sha256 missing: COF"};
+        QTest::newRow("sha256 empty") << fw << firmwareManifest("9.0", sha256Member("")) << v << QStringList{"Update json sha256 missing: DAT"};
+        QTest::newRow("sha256 a string") << fw << firmwareManifest("9.0", "'sha256': '" + d64 + "'") << v
+                                         << QStringList{"Update json sha256 is not an object"};
+        QTest::newRow("sha256 a list") << fw << firmwareManifest("9.0", "'sha256': ['" + d64 + "', '" + d64 + "', '" + d64 + "']") << v
+                                       << QStringList{"Update json sha256 is not an object"};
+        QTest::newRow("sha256 null") << fw << firmwareManifest("9.0", "'sha256': null") << v
+                                     << QStringList{"Update json sha256 is not an object"};
         QTest::newRow("local program") << applicationPath << json("{'version': '9.0', 'url': 'file:///bin/sh'}") << v
             << QStringList{"Update json address is not a web address: file:///bin/sh"};
         QTest::newRow("newer application, yes opens the browser") << applicationPath
@@ -255,33 +342,84 @@ private slots:
         QVERIFY(!w.firmwareCheckPending);
     }
 
-    // The simulator reports XYZ_1.0.0, the server offers 1.1.0, the user agrees: the image reaches the box.
+    // The simulator reports XYZ_1.0.0, the server offers 1.1.0, the user agrees: the image reaches the box, unless
+    // the manifest publishes digests that a downloaded file does not match. Then nothing goes to the box, the files
+    // are deleted and a warning names the file.
+    void newFirmwareReachesTheBox_data()
+    {
+        QTest::addColumn<QString>("sha256"); // the manifest's digests of the files below: "", "lower" or "mixed" case
+        QTest::addColumn<QString>("changed"); // the file that the server sends changed after the manifest was written
+        QTest::addColumn<QString>("refused"); // the file the warning names; empty: flashed
+        QTest::newRow("no digests: flashed as before") << "" << "DAT" << "";
+        // One flashing row with digests: each is another run of the boot-loader exchange, which is timing-sensitive.
+        QTest::newRow("matching digests, INI's in upper case: flashed") << "mixed" << "" << "";
+        QTest::newRow("DAT changed on the server: refused") << "lower" << "DAT" << "DAT_1.1.0.bin";
+        QTest::newRow("INI changed on the server: refused") << "mixed" << "INI" << "INI_1.1.0.bin";
+        QTest::newRow("COF changed, though the upgrade does not use it: refused") << "lower" << "COF" << "COF_1.1.0.bin";
+        QTest::newRow("DAT gone from the server, its 404 page: refused") << "lower" << "DAT404" << "DAT_1.1.0.bin";
+    }
     void newFirmwareReachesTheBox()
     {
 #ifndef VS_BOXSIM
         QSKIP("the box simulator is not built");
 #else
+        QFETCH(QString, sha256);
+        QFETCH(QString, changed);
+        QFETCH(QString, refused);
         const QByteArray image = QByteArray("0123456789abcdefghijklmnopqrstuvwxyz").repeated(56).left(2000);
-        server->setPage(firmwarePath, firmwareManifest("1.1.0"));
-        server->setPage("/fw/DAT_1.1.0.bin", image);
         // UP, chunk 768, 3 packets (the last of 464 bytes), image size 2000, version 1.1.0
-        server->setPage("/fw/INI_1.1.0.bin", hx("5550000003000003000007D0") + QByteArray("1.1.0", 6));
-        server->setPage("/fw/COF_1.1.0.bin", "coefficients");
+        const QByteArray ini = hx("5550000003000003000007D0") + QByteArray("1.1.0", 6);
+        const QByteArray cof = "coefficients";
+        const QString iniDigest = sha256 == "mixed" ? sha256Hex(ini).toUpper() : sha256Hex(ini);
+        server->setPage(firmwarePath, firmwareManifest("1.1.0", sha256.isEmpty() ? QString()
+            : sha256Member(digestMembers(sha256Hex(image), iniDigest, sha256Hex(cof)))));
+        // What the server sends from now on: one byte changed in one file, or a file gone.
+        auto served = [&](const QString &name, QByteArray data) {
+            return changed == name ? data.replace(data.size() / 2, 1, "!") : data;
+        };
+        server->setPage("/fw/DAT_1.1.0.bin", changed == "DAT404" ? QByteArray() : served("DAT", image));
+        server->setPage("/fw/INI_1.1.0.bin", served("INI", ini));
+        server->setPage("/fw/COF_1.1.0.bin", served("COF", cof));
         QTemporaryDir out;
-        BoxSim sim({"--image-out", out.filePath("image.bin"), "--rate", "20"});
+        // --verbose: the simulator lists the commands it receives. Only the refused rows look; the flashing ones run as before.
+        BoxSim sim(QStringList{"--image-out", out.filePath("image.bin"), "--rate", "20"}
+                   + (refused.isEmpty() ? QStringList() : QStringList{"--verbose"}));
         User user(QMessageBox::Yes);
         MainWindow w;
         QVERIFY(waitHandled(w, 1)); // the start-up check, first so that the order below is known
         connectTo(w, sim.path);
-        QVERIFY(waitUntil([&] { return w.firmwareUi->labelStatus->text() == "Upgrade end"; }, 30000));
-        QCOMPARE(server->requests, QStringList({applicationPath, firmwarePath, "/fw/DAT_1.1.0.bin", "/fw/INI_1.1.0.bin",
-                                                "/fw/COF_1.1.0.bin"}));
-        QCOMPARE(QDir(Downloader::firmwareDir()).entryList(QDir::Files, QDir::Name),
-                 QStringList({"COF_1.1.0.bin", "DAT_1.1.0.bin", "INI_1.1.0.bin"}));
-        QFile written(out.filePath("image.bin")); // the simulator received the image unchanged
-        QVERIFY(waitUntil([&] { return written.size() == image.size(); }));
-        QVERIFY(written.open(QIODevice::ReadOnly));
-        QCOMPARE(written.readAll(), image);
+        const QStringList fetched{applicationPath, firmwarePath, "/fw/DAT_1.1.0.bin", "/fw/INI_1.1.0.bin", "/fw/COF_1.1.0.bin"};
+        const QString asked = "Firmware Update Available|New version 1.1.0 is available.\nCurrent version: 1.0.0\nUpdate now?";
+        if (refused.isEmpty()) {
+            QVERIFY2(waitUntil([&] { return w.firmwareUi->labelStatus->text() == "Upgrade end"; }, 30000),
+                     qPrintable(w.firmwareUi->labelStatus->text() + " " + server->requests.join(' ')));
+            QCOMPARE(server->requests, fetched);
+            QCOMPARE(user.said, QStringList{asked});
+            QCOMPARE(QDir(Downloader::firmwareDir()).entryList(QDir::Files, QDir::Name),
+                     QStringList({"COF_1.1.0.bin", "DAT_1.1.0.bin", "INI_1.1.0.bin"}));
+            QFile written(out.filePath("image.bin")); // the simulator received the image as served
+            QVERIFY(waitUntil([&] { return written.size() == image.size(); }));
+            QVERIFY(written.open(QIODevice::ReadOnly));
+            QCOMPARE(written.readAll(), changed == "DAT" ? served("DAT", image) : image);
+            return;
+        }
+        QVERIFY(waitUntil([&] { return user.said.size() == 2; }, 30000));
+        QCOMPARE(server->requests, fetched);
+        QCOMPARE(user.said.first(), asked);
+        const QString warning = user.said.last();
+        QVERIFY2(warning.startsWith("Firmware Update|" + refused + " does not match the published checksum.\nPublished SHA-256: "),
+                 qPrintable(warning));
+        QVERIFY2(warning.endsWith("\n\nNothing was flashed; the downloaded files were deleted."), qPrintable(warning));
+        // The box heard its mode and the heartbeats, never the boot command; no image reached it.
+        QByteArray heard;
+        waitUntil([&] { return (heard += sim.proc.readAllStandardError()).contains("heart") || heard.contains("boot"); }, 5000);
+        QTest::qWait(300);
+        heard += sim.proc.readAllStandardError();
+        QVERIFY2(heard.contains("modeSet") && heard.contains("heart") && !heard.contains("boot"), heard.constData());
+        QVERIFY(!w.fwUpgrade->upgradeRunning);
+        QVERIFY(!QFile::exists(out.filePath("image.bin")));
+        QCOMPARE(w.firmwareUi->labelStatus->text(), QString("Firmware refused: checksum check failed."));
+        QCOMPARE(stored(), QStringList()); // hidden files included
 #endif
     }
 };

@@ -4,7 +4,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonParseError>
+#include <QJsonValue>
 #include <QUrl>
+
+#include <utility>
 
 namespace {
 
@@ -37,6 +40,48 @@ bool isWebAddress(const QString &address)
     return false;
 }
 
+// A SHA-256 digest as published: 64 hex digits, either case.
+bool isSha256Hex(const QString &text)
+{
+    if (text.size() != 64)
+        return false;
+    for (const QChar c : text) {
+        const bool hex = (c >= QLatin1Char('0') && c <= QLatin1Char('9'))
+            || (c >= QLatin1Char('a') && c <= QLatin1Char('f')) || (c >= QLatin1Char('A') && c <= QLatin1Char('F'));
+        if (!hex)
+            return false;
+    }
+    return true;
+}
+
+// The optional "sha256" member: absent, or an object with a digest for each
+// of the three files. Anything else is a bad manifest, false after the warning.
+bool readDigests(const QJsonObject &object, FirmwareManifest *m)
+{
+    if (!object.contains(QLatin1String("sha256")))
+        return true;
+    const QJsonValue value = object.value(QLatin1String("sha256"));
+    if (!value.isObject()) {
+        qWarning() << "Update json sha256 is not an object";
+        return false;
+    }
+    const QJsonObject digests = value.toObject();
+    const std::pair<const char *, QString *> files[] = {{"DAT", &m->datSha256}, {"INI", &m->iniSha256}, {"COF", &m->cofSha256}};
+    for (const auto &[key, digest] : files) {
+        const QJsonValue d = digests.value(QLatin1String(key));
+        if (d.isUndefined()) {
+            qWarning().noquote() << "Update json sha256 missing:" << key;
+            return false;
+        }
+        if (!d.isString() || !isSha256Hex(d.toString())) {
+            qWarning().noquote() << "Update json sha256 not 64 hex digits:" << key;
+            return false;
+        }
+        *digest = d.toString().toLower();
+    }
+    return true;
+}
+
 } // namespace
 
 bool readFirmwareManifest(const QByteArray &body, FirmwareManifest *manifest)
@@ -54,6 +99,8 @@ bool readFirmwareManifest(const QByteArray &body, FirmwareManifest *manifest)
         return false;
     }
     if (!isWebAddress(m.dat) || !isWebAddress(m.ini) || !isWebAddress(m.cof))
+        return false;
+    if (!readDigests(object, &m))
         return false;
     *manifest = m;
     return true;

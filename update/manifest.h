@@ -4,13 +4,18 @@
 #include <QByteArray>
 #include <QString>
 
-// The firmware manifest: the newest box firmware and its three files.
+// The firmware manifest: the newest box firmware and its three files, with
+// their published SHA-256 digests ("sha256": {"DAT": hex, "INI": hex, "COF": hex})
+// in lower-case hex, or all three empty when the manifest publishes none.
 struct FirmwareManifest
 {
     QString version;
     QString dat;
     QString ini;
     QString cof;
+    QString datSha256;
+    QString iniSha256;
+    QString cofSha256;
 };
 
 // The application manifest: the newest program version and where to get it.
@@ -20,8 +25,10 @@ struct ApplicationManifest
     QString url;
 };
 
-// A manifest as the server sent it, checked: every member present and every
-// address a web address. False after the warning that says why not.
+// A manifest as the server sent it, checked: every member present, every
+// address a web address and, where the firmware manifest has "sha256", all
+// three digests there and each 64 hex digits. False after the warning that
+// says why not.
 bool readFirmwareManifest(const QByteArray &body, FirmwareManifest *manifest);
 bool readApplicationManifest(const QByteArray &body, ApplicationManifest *manifest);
 
