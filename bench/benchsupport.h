@@ -12,6 +12,7 @@
 #include <QList>
 #include <QSettings>
 
+#include <cstdio>
 #include <ctime>
 #include <unistd.h>
 
@@ -25,6 +26,12 @@ inline double threadCpuSeconds()
     timespec t{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
     return double(t.tv_sec) + double(t.tv_nsec) / 1e9;
+}
+
+// One line of a per-frame timing: the rate and the time a frame.
+inline void reportPerFrame(const char *what, double seconds, int frames)
+{
+    std::printf("%-46s %9.0f frames/s %7.3f us a frame\n", what, frames / seconds, 1e6 * seconds / frames);
 }
 
 inline long rssBytes()

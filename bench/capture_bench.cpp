@@ -83,11 +83,6 @@ double renderingSeconds(const QVector<QByteArray> &frames, qint64 *characters)
     return threadCpuSeconds() - start;
 }
 
-void report(const char *what, double seconds)
-{
-    std::printf("%-46s %9.0f frames/s %7.3f us a frame\n", what, frameCount / seconds, 1e6 * seconds / frameCount);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -107,8 +102,8 @@ int main(int argc, char **argv)
         recording = qMin(recording, recordingSeconds(frames));
         rendering = qMin(rendering, renderingSeconds(frames, &characters));
     }
-    report("CaptureRecorder::record, file writes included", recording);
-    report("MDB::renderLine", rendering);
+    reportPerFrame("CaptureRecorder::record, file writes included", recording, frameCount);
+    reportPerFrame("MDB::renderLine", rendering, frameCount);
     std::printf("  %.0f characters a line\n", double(characters) / frameCount);
     std::printf("recording/rendering: %.1f %% (target < 5 %%)\n", 100.0 * recording / rendering);
     return 0;

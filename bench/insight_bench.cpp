@@ -106,11 +106,6 @@ double fullTableSeconds(int *rows)
     return threadCpuSeconds() - start;
 }
 
-void report(const char *what, double seconds)
-{
-    std::printf("%-40s %9.0f frames/s %7.3f us a frame\n", what, frameCount / seconds, 1e6 * seconds / frameCount);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -128,8 +123,8 @@ int main(int argc, char **argv)
         lines = qMin(lines, linesSeconds(frames, &characters));
         insight = qMin(insight, insightSeconds(frames, &rows));
     }
-    report("LineBuilder::line", lines);
-    report("BusInsight::addFrame", insight);
+    reportPerFrame("LineBuilder::line", lines, frameCount);
+    reportPerFrame("BusInsight::addFrame", insight, frameCount);
     std::printf("  %lld money rows\n", static_cast<long long>(rows));
     std::printf("insight/lines: %.1f %% (target <= 10 %%)\n", 100.0 * insight / lines);
     int tableRows = 0;
