@@ -45,8 +45,7 @@ void MainWindow::trimView()
     QTextDocument *doc = ui->textBrowserParsed->document();
     const int limit = viewLineLimit();
     const int blocks = doc->blockCount();
-    // A tenth more than needed each time: a cut costs about the same however
-    // many lines it takes (Qt lays the rest out again), so cuts are rare.
+    // A tenth more than needed each time, so cuts are rare.
     int remove = blocks > limit ? blocks - limit + limit / 10 : 0;
     const qreal height = doc->documentLayout()->documentSize().height();
     if (height > viewHeightLimit)

@@ -1,4 +1,5 @@
 #include "app/mainwindow.h"
+#include "app/loglayout.h"
 #include "app/paths.h"
 #include "ui_dialogfirmware.h"
 #include "ui_mainwindow.h"
@@ -34,6 +35,7 @@
 #include <QSpinBox>
 #include <QTextBrowser>
 #include <QTextCursor>
+#include <QTextDocument>
 #include <QTimer>
 
 constexpr qint64 defaultCaptureLimitMB = 2048;
@@ -68,6 +70,9 @@ MainWindow::MainWindow(QWidget *parent)
         firmwareDialog->setObjectName("DialogFirmware");
     firmwareUi->setupUi(firmwareDialog);
 
+    // A layout that cuts the oldest lines in time proportional to the cut.
+    QTextDocument *log = ui->textBrowserParsed->document();
+    log->setDocumentLayout(new LogLayout(log));
     ui->textBrowserParsed->setStyleSheet(
         QStringLiteral("QTextBrowser {  font-family:\"Consolas\", \"Courier New\", monospace; font-size:14px;}"));
 

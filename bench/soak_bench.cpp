@@ -10,7 +10,8 @@
 // itself spends; the X server's drawing is not in it.
 //
 // VENDSCOPE_SOAK_FRAMES (default 1000000) and VENDSCOPE_SOAK_SECONDS (default
-// 30) shrink it for a quick try; the SETUP run shrinks with the frames.
+// 30) shrink it for a quick try; the SETUP run shrinks with the frames, or
+// takes VENDSCOPE_SOAK_SETUP exchanges.
 #include "benchsupport.h"
 
 #include "app/mainwindow.h"
@@ -471,7 +472,9 @@ int main(int argc, char **argv)
         return 0;
     const qint64 frames = envCount("VENDSCOPE_SOAK_FRAMES", fullSizeFrames);
     const qint64 seconds = envCount("VENDSCOPE_SOAK_SECONDS", 30);
-    const qint64 setupExchanges = std::max<qint64>(1, setupExchangesAtFullSize * frames / fullSizeFrames);
+    const qint64 setupExchanges = qEnvironmentVariableIsSet("VENDSCOPE_SOAK_SETUP")
+                                      ? std::max<qint64>(1, qEnvironmentVariableIntValue("VENDSCOPE_SOAK_SETUP"))
+                                      : std::max<qint64>(1, setupExchangesAtFullSize * frames / fullSizeFrames);
 
     QApplication app(argc, argv);
     quietWindowSettings();
@@ -553,15 +556,20 @@ int main(int argc, char **argv)
                 1e6 * bulkProgramCpu / double(bulkFrames), static_cast<long long>(first.waits + second.waits));
     std::fflush(stdout);
 
-    // 3. The link's rate again, into the full view.
+    // 3. The link's rate again, into the full view; the view trims on the way.
+    StallMeter pacedStalls;
+    pacedStalls.start();
     const FeedResult full = whileFeeding([&] { return feedPaced(master, traffic, seconds); });
     sent += full.frames;
     catchUp(port, slave);
+    pacedStalls.stop();
     const ViewReading fullView = readView(view);
     std::printf("\n");
     printPaced("full view, at the link rate:", full, fullView);
     const double cpuRatio = cpuPercent(full) / cpuPercent(empty);
     std::printf("  against the empty view: %.2f x the CPU\n", cpuRatio);
+    std::printf("  longest event-loop stall %.1f ms%s\n", double(pacedStalls.longest) / 1e6,
+                fullView.lines < atFull.lines + int(full.frames) ? " (a trim of the view included)" : "");
 
     // 4. Every frame sent is in the capture.
     w.recorder->flush();

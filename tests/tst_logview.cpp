@@ -1,7 +1,9 @@
 // The bounded log view in a long session: lines leave it in chunks by count
 // or by height, a reader scrolled up keeps their place, saves hold what is shown.
+// Its own text layout places and finds text exactly as Qt's does.
 #include "testsupport.h"
 
+#include "app/loglayout.h"
 #include "capture/recorder.h"
 
 // Plain serial frames (232) whose two bytes count them, so each line says which frame it is.
@@ -158,6 +160,88 @@ private slots:
             QCOMPARE(s.view->document()->blockCount(), i + 1);
         }
         batch.endEditBlock();
+    }
+    // The same document laid out by Qt and by the view's layout: every paragraph in the same place, every
+    // point hitting the same character, after cuts at the top and new widths too.
+    void layoutMatchesQt_data()
+    {
+        QTest::addColumn<QStringList>("entries");
+        QTest::addColumn<int>("cut");      // leading paragraphs removed afterwards
+        QTest::addColumn<int>("newWidth"); // page width afterwards, 0: unchanged
+
+        QStringList oneLine, severalRows, wrapping, mixed, loaded;
+        for (int i = 0; i < 60; ++i)
+            oneLine << QString("<span style='color:#0000ff;'>%1 : M-&gt; 0B 0B</span>").arg(i, 4, 10, QChar('0'));
+        for (int i = 0; i < 40; ++i)
+            severalRows << QString("%1 : S-&gt; 03 18 40<br>&nbsp;&nbsp;Coin Changer SETUP<br>&nbsp;&nbsp;Level %2").arg(i).arg(i % 4);
+        for (int i = 0; i < 30; ++i)
+            wrapping << QString("%1 : M-&gt; ").arg(i) + QString("5A ").repeated(20 + i * 3);
+        for (int i = 0; i < 90; ++i)
+            mixed << (i % 5 == 4 ? QString() : QStringList{oneLine.value(i % 60), severalRows.value(i % 40), wrapping.value(i % 30)}[i % 3]);
+        for (int i = 0; i < 2300; ++i) // more than the layout takes at once: guessed, then laid out in slices
+            loaded << oneLine[i % 60];
+
+        QTest::newRow("one-line entries") << oneLine << 0 << 0;
+        QTest::newRow("entries of several rows") << severalRows << 0 << 0;
+        QTest::newRow("lines that wrap") << wrapping << 0 << 0;
+        QTest::newRow("mixed, empty paragraphs") << mixed << 0 << 0;
+        QTest::newRow("cut at the top") << mixed << 37 << 0;
+        QTest::newRow("all but the last cut") << wrapping << 29 << 0;
+        QTest::newRow("narrower") << mixed << 0 << 170;
+        QTest::newRow("wider") << wrapping << 0 << 900;
+        QTest::newRow("cut, then narrower") << mixed << 12 << 250;
+        QTest::newRow("a loaded log") << loaded << 0 << 0;
+        QTest::newRow("a loaded log, cut") << loaded << 1000 << 0;
+    }
+
+    void layoutMatchesQt()
+    {
+        QFETCH(QStringList, entries);
+        QFETCH(int, cut);
+        QFETCH(int, newWidth);
+        QTextDocument qt;
+        QTextDocument ours;
+        auto *layout = new LogLayout(&ours);
+        ours.setDocumentLayout(layout);
+        for (QTextDocument *doc : {&qt, &ours}) {
+            doc->setPageSize(QSizeF(400, -1));
+            QTextCursor end(doc);
+            end.beginEditBlock();
+            for (int i = 0; i < entries.size(); ++i) {
+                if (i > 0)
+                    end.insertBlock();
+                end.insertHtml(entries[i]);
+            }
+            end.endEditBlock();
+            if (cut > 0) {
+                QTextCursor top(doc);
+                top.setPosition(doc->findBlockByNumber(cut).position(), QTextCursor::KeepAnchor);
+                top.removeSelectedText();
+            }
+            if (newWidth > 0)
+                doc->setPageSize(QSizeF(newWidth, -1));
+        }
+        // Whatever waits is laid out in slices by the event loop.
+        QTRY_VERIFY(!layout->layoutPending());
+
+        QCOMPARE(ours.blockCount(), qt.blockCount());
+        QCOMPARE(ours.size(), qt.size());
+        for (QTextBlock a = qt.begin(), b = ours.begin(); a.isValid(); a = a.next(), b = b.next()) {
+            const QRectF want = qt.documentLayout()->blockBoundingRect(a);
+            const QRectF got = layout->blockBoundingRect(b);
+            QVERIFY2(qFuzzyCompare(got.top(), want.top()) && qFuzzyCompare(got.height(), want.height()),
+                     qPrintable(QString("paragraph %1: %2+%3, Qt %4+%5").arg(a.blockNumber()).arg(got.top()).arg(got.height())
+                                    .arg(want.top()).arg(want.height())));
+        }
+        const QSizeF size = qt.size();
+        for (qreal y = 5; y < size.height() - 5; y += 7) {
+            for (qreal x : {6.0, 40.0, 150.0, size.width() - 10}) {
+                for (Qt::HitTestAccuracy accuracy : {Qt::FuzzyHit, Qt::ExactHit})
+                    QVERIFY2(layout->hitTest({x, y}, accuracy) == qt.documentLayout()->hitTest({x, y}, accuracy),
+                             qPrintable(QString("at %1,%2: %3, Qt %4").arg(x).arg(y)
+                                            .arg(layout->hitTest({x, y}, accuracy)).arg(qt.documentLayout()->hitTest({x, y}, accuracy))));
+            }
+        }
     }
 };
 
