@@ -163,7 +163,7 @@ void LogLayout::documentChanged(int from, int charsRemoved, int charsAdded)
         return;
     }
     places.erase(places.begin() + first, places.begin() + oldLast + 1);
-    places.insert(places.begin() + first, size_t(last - first + 1), Slot{0, guessHeight, false});
+    places.insert(places.begin() + first, size_t(last - first) + 1, Slot{0, guessHeight, false});
     // The pending range follows the paragraphs it held; the new ones are laid
     // out now, but for the top of a large change.
     const auto moved = [&](int i) { return i > oldLast ? i + last - oldLast : qMin(i, first); };
