@@ -211,13 +211,6 @@ void LogLayout::layOutStep()
     emit update();
 }
 
-void LogLayout::finishLayout()
-{
-    while (layoutPending())
-        layOutStep();
-    stepTimer.stop();
-}
-
 // Paragraphs about to be painted or hit are laid out at once; their new
 // heights can pull more into the area, hence the few rounds.
 void LogLayout::layOutVisible(qreal top, qreal bottom)

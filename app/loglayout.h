@@ -30,10 +30,8 @@ public:
     QRectF frameBoundingRect(QTextFrame *frame) const override;
     QRectF blockBoundingRect(const QTextBlock &block) const override;
 
-    // Whether paragraphs still wait to be laid out at the current width;
-    // finishLayout lays them all out now.
+    // Whether paragraphs still wait to be laid out at the current width.
     bool layoutPending() const { return staleHigh > staleLow; }
-    void finishLayout();
 
 protected:
     void documentChanged(int from, int charsRemoved, int charsAdded) override;
