@@ -46,6 +46,19 @@ QString formatMoney(qint64 value, int decimals)
     return value < 0 ? QLatin1Char('-') + digits : digits;
 }
 
+// A changer's or validator's SETUP reply: its scaling, decimals and up to 16
+// type credits (count may run past them; the rest is ignored).
+Scaling setupScaling(quint32 factor, int decimals, const unsigned char *credits, int count)
+{
+    Scaling s;
+    s.known = true;
+    s.factor = factor;
+    s.decimals = decimals;
+    for (int i = 0; i < count && i < 16; ++i)
+        s.credits[i] = credits[i];
+    return s;
+}
+
 } // namespace
 
 QString deviceName(int address)
@@ -307,28 +320,16 @@ void MoneyLedger::reply(qint64 us, unsigned char command, const unsigned char *d
     switch (command) {
     case 0x09:
         // Feature level, country, scaling, decimals, routing, then up to 16 credits.
-        if (m >= 7) {
-            coin = Scaling();
-            coin.known = true;
-            coin.factor = d[3];
-            coin.decimals = d[4];
-            for (int i = 7; i < m && i < 23; ++i)
-                coin.credits[i - 7] = d[i];
-        }
+        if (m >= 7)
+            coin = setupScaling(d[3], d[4], d + 7, m - 7);
         break;
     case 0x0B:
         coinPoll(us, d, m);
         break;
     case 0x31:
         // Feature level, country, 16-bit scaling, decimals, stacker, security, escrow, credits.
-        if (m >= 11) {
-            bill = Scaling();
-            bill.known = true;
-            bill.factor = be16(d + 3);
-            bill.decimals = d[5];
-            for (int i = 11; i < m && i < 27; ++i)
-                bill.credits[i - 11] = d[i];
-        }
+        if (m >= 11)
+            bill = setupScaling(be16(d + 3), d[5], d + 11, m - 11);
         break;
     case 0x33:
         billPoll(us, d, m);
