@@ -2,9 +2,10 @@
 // process plays the box on a pseudo-terminal that the window reads as it would
 // read the USB-serial adapter. Figures: CPU and memory at the link's frame rate
 // with an empty view and again after a million frames, memory on the way there,
-// whether the capture kept every frame, and the longest stall of the event loop
-// at the link's rate until the full view is trimmed, and while multi-line SETUP
-// replies pour in. The stall meter's 1 ms timer never runs while CPU is taken.
+// whether the capture kept every frame, the longest stall of the event loop at
+// the link's rate until the full view is trimmed, and while multi-line SETUP
+// replies pour in, the longest event: a read of the port with the lines it
+// appends. The stall meter's 1 ms timer never runs while CPU is taken.
 //
 // CPU is the whole process's (getrusage) less the feeding thread's own
 // (CLOCK_THREAD_CPUTIME_ID, read on that thread), so it is what the program
@@ -427,6 +428,49 @@ private:
     double lastCpu = 0;
 };
 
+// The window's longest piece of work: every event the GUI thread handles, each
+// read of the port with the lines it appends among them, timed from start to
+// end. The stall meter's timer cannot show this under a flood, as Qt's glib
+// event loop runs a timer that has fired again only once the loop is idle,
+// so its gaps span every read until then; input from the user is handled
+// between any two events.
+class MeteredApplication : public QApplication
+{
+public:
+    using QApplication::QApplication;
+    bool notify(QObject *receiver, QEvent *event) override
+    {
+        if (!metering || depth > 0)
+            return QApplication::notify(receiver, event);
+        ++depth;
+        const qint64 start = monotonicNs();
+        const bool done = QApplication::notify(receiver, event);
+        const qint64 took = monotonicNs() - start;
+        --depth;
+        if (took > longestEvent) {
+            longestEvent = took;
+            longestType = int(event->type());
+        }
+        if (took > stallLimitNs)
+            ++eventsOverLimit;
+        return done;
+    }
+    void meter(bool on)
+    {
+        metering = on;
+        longestEvent = 0;
+        eventsOverLimit = 0;
+    }
+
+    qint64 longestEvent = 0;
+    int longestType = 0;
+    int eventsOverLimit = 0;
+
+private:
+    bool metering = false;
+    int depth = 0;
+};
+
 void printTarget(const char *what, const QByteArray &figure, const char *limit, bool ok)
 {
     std::printf("  %-40s %-22s target %-18s %s\n", what, figure.constData(), limit, ok ? "ok" : "MISSED");
@@ -477,7 +521,7 @@ int main(int argc, char **argv)
                                       ? std::max<qint64>(1, qEnvironmentVariableIntValue("VENDSCOPE_SOAK_SETUP"))
                                       : std::max<qint64>(1, setupExchangesAtFullSize * frames / fullSizeFrames);
 
-    QApplication app(argc, argv);
+    MeteredApplication app(argc, argv);
     quietWindowSettings();
     const QString captures = QCoreApplication::applicationDirPath() + "/captures";
     QDir(captures).removeRecursively();
@@ -600,9 +644,13 @@ int main(int argc, char **argv)
     StallMeter stalls;
     const qint64 setupStart = monotonicNs();
     stalls.start();
+    app.meter(true);
     const FeedResult setup = whileFeeding([&] { return feedFast(master, setupFrame, setupFrames); });
     const qint64 setupCaughtUp = catchUp(port, slave);
     stalls.stop();
+    const qint64 longestEvent = app.longestEvent;
+    const int eventsOverLimit = app.eventsOverLimit;
+    app.meter(false);
     sent += setup.frames;
     const double setupSeconds = double(setupCaughtUp - setupStart) / 1e9;
     const int setupLines = view->document()->blockCount();
@@ -612,8 +660,9 @@ int main(int argc, char **argv)
     const Captured all = countCaptured(captures);
     std::printf("\nSETUP run after Clear: %lld coin SETUP exchanges (%lld frames) as fast as the window takes them\n",
                 static_cast<long long>(setupExchanges), static_cast<long long>(setup.frames));
-    std::printf("  longest event-loop stall %.1f ms (1 ms timer on the GUI thread; %.1f ms of it that thread's CPU),"
-                " %d gaps over %lld ms\n",
+    std::printf("  longest event on the GUI thread %.1f ms (type %d), %d over %lld ms\n", double(longestEvent) / 1e6,
+                app.longestType, eventsOverLimit, static_cast<long long>(stallLimitNs / 1000000));
+    std::printf("  longest wait of the 1 ms timer %.1f ms (%.1f ms of it the GUI thread's CPU), %d over %lld ms\n",
                 double(stalls.longest) / 1e6, 1e3 * stalls.longestCpu, stalls.overLimit,
                 static_cast<long long>(stallLimitNs / 1000000));
     std::printf("  took %.1f s (%.0f frames/s); view %d lines, document %.0f px high; RSS %.1f MB\n", setupSeconds,
@@ -640,8 +689,8 @@ int main(int argc, char **argv)
                 writesOk && run1.frames == sentRun1 && run1.damaged == 0);
     printTarget("frames lost, both runs", QByteArray::number(sent - all.frames), "0",
                 writesOk && all.frames == sent && all.damaged == 0);
-    printTarget("longest stall in the SETUP run", QByteArray::number(double(stalls.longest) / 1e6, 'f', 1) + " ms",
-                "<= 50 ms", stalls.longest <= stallLimitNs);
+    printTarget("longest read with its appends, SETUP run", QByteArray::number(double(longestEvent) / 1e6, 'f', 1) + " ms",
+                "<= 50 ms", longestEvent <= stallLimitNs);
 
     w.portToggle();
     ::close(master);
