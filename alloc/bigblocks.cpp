@@ -115,6 +115,8 @@ void BigBlocks::release(void *p)
         return;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
+        if (!slots_[slot].used || slots_[slot].dropping)
+            return; // freed twice: leave the slot as it is
         slots_[slot].used = false;
         slots_[slot].size = 0;
         // Keep the pages of the best few free slots; the thread gives the
@@ -145,6 +147,8 @@ bool BigBlocks::resize(void *p, std::size_t size)
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         Slot &s = slots_[slot];
+        if (!s.used || s.dropping)
+            return false;
         s.size = size;
         s.mapped = std::max(s.mapped, pageRound(size));
     }
