@@ -1,5 +1,6 @@
 #include "app/mainwindow.h"
 #include "app/loglayout.h"
+#include "app/logscrollbar.h"
 #include "app/paths.h"
 #include "ui_dialogfirmware.h"
 #include "ui_mainwindow.h"
@@ -73,6 +74,7 @@ MainWindow::MainWindow(QWidget *parent)
     // A layout that cuts the oldest lines in time proportional to the cut.
     QTextDocument *log = ui->textBrowserParsed->document();
     log->setDocumentLayout(new LogLayout(log));
+    ui->textBrowserParsed->setVerticalScrollBar(new LogScrollBar);
     ui->textBrowserParsed->setStyleSheet(
         QStringLiteral("QTextBrowser {  font-family:\"Consolas\", \"Courier New\", monospace; font-size:14px;}"));
 

@@ -4,6 +4,7 @@
 #include "testsupport.h"
 
 #include "app/loglayout.h"
+#include "app/logscrollbar.h"
 #include "capture/recorder.h"
 
 // Plain serial frames (232) whose two bytes count them, so each line says which frame it is.
@@ -11,6 +12,23 @@ static QByteArray numbered(int i)
 {
     return busFrame(quint32(i) * 10, quint32(i) * 10 + 2, i % 2, 3, QByteArray(1, char(i >> 8)) + char(i & 0xFF));
 }
+
+// Counts one kind of event that reaches an object.
+class EventCounter : public QObject
+{
+public:
+    EventCounter(QObject *watched, QEvent::Type type, int *count) : type(type), count(count) { watched->installEventFilter(this); }
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == type)
+            ++*count;
+        return false;
+    }
+
+private:
+    QEvent::Type type;
+    int *count;
+};
 
 static QString countText(int i)
 {
@@ -161,6 +179,46 @@ private slots:
         }
         batch.endEditBlock();
     }
+    // The view's scroll bar paints again when what it shows changes, and only then.
+    void scrollBarPaints_data()
+    {
+        QTest::addColumn<int>("maximum");
+        QTest::addColumn<int>("value");
+        QTest::addColumn<bool>("paints");
+        // Shown first: 0..400 000 at 400 000, page 500: a small handle, about
+        // 1 150 values a pixel.
+        QTest::newRow("range one more, value kept: handle still") << 400001 << 400000 << false;
+        QTest::newRow("range and value one more: still at the end") << 400001 << 400001 << false;
+        QTest::newRow("value 200 back: handle still") << 400000 << 399800 << false;
+        QTest::newRow("value 2 000 back: handle moves a pixel") << 400000 << 398000 << true;
+        QTest::newRow("value to the middle: handle moves") << 400000 << 200000 << true;
+        QTest::newRow("range shrinks to a page: handle grows") << 1000 << 1000 << true;
+        QTest::newRow("nothing to scroll") << 0 << 0 << true;
+    }
+    void scrollBarPaints()
+    {
+        QFETCH(int, maximum);
+        QFETCH(int, value);
+        QFETCH(bool, paints);
+        QWidget window;
+        auto *bar = new LogScrollBar(&window);
+        bar->setGeometry(0, 0, 16, 400);
+        bar->setRange(0, 400000);
+        bar->setPageStep(500);
+        bar->setValue(400000);
+        window.resize(16, 400);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        int painted = 0;
+        EventCounter counter(bar, QEvent::Paint, &painted);
+        QTest::qWait(50);
+        painted = 0;
+        bar->setMaximum(maximum);
+        bar->setValue(value);
+        QTest::qWait(100);
+        QCOMPARE(painted > 0, paints);
+    }
+
     // The same document laid out by Qt and by the view's layout: every paragraph in the same place, every
     // point hitting the same character, after cuts at the top and new widths too.
     void layoutMatchesQt_data()
