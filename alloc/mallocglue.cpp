@@ -75,9 +75,12 @@ void *realloc(void *p, std::size_t size)
     if (!blocks->owns(p)) {
         // A buffer growing past the size moves over, so that a spare as big
         // as it is mapped before the first copy of it is asked for.
-        if (size >= BigBlocks::minSize && glibcUsableSize) {
+        if (size < BigBlocks::minSize || !glibcUsableSize)
+            return __libc_realloc(p, size);
+        const std::size_t had = glibcUsableSize(p);
+        if (size > had) {
             if (void *moved = blocks->allocate(size)) {
-                std::memcpy(moved, p, std::min(glibcUsableSize(p), size));
+                std::memcpy(moved, p, had);
                 __libc_free(p);
                 return moved;
             }

@@ -73,6 +73,17 @@ int main()
     check(growing && filledWith(growing, 1000, 9), "shrinking keeps the contents");
     std::free(growing);
 
+    // calloc stays with glibc, whose fresh pages are already zero; a big
+    // block of it moves to a slot when it grows, not when it shrinks.
+    void *zeroed = std::calloc(1, 20 * MB);
+    check(zeroed && !inSlot(zeroed, 20 * MB), "calloc stays with glibc");
+    fill(zeroed, 12 * MB, 3);
+    zeroed = std::realloc(zeroed, 12 * MB);
+    check(zeroed && !inSlot(zeroed, 12 * MB) && filledWith(zeroed, 12 * MB, 3), "a glibc block that shrinks stays there");
+    zeroed = std::realloc(zeroed, 30 * MB);
+    check(zeroed && inSlot(zeroed, 30 * MB) && filledWith(zeroed, 12 * MB, 3), "a glibc block that grows moves to a slot");
+    std::free(zeroed);
+
     errno = 0;
     volatile std::size_t huge = SIZE_MAX / 2; // not a constant, or the compiler objects
     check(reallocarray(nullptr, huge, 4) == nullptr && errno == ENOMEM, "reallocarray refuses a product that overflows");

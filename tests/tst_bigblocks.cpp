@@ -109,24 +109,6 @@ private slots:
         blocks.release(p);
     }
 
-    void everySlotTaken()
-    {
-        BigBlocks blocks;
-        QVERIFY(blocks.start());
-        std::vector<void *> held;
-        for (int i = 0; i < BigBlocks::slotCount; ++i) {
-            void *p = blocks.allocate(BigBlocks::minSize);
-            QVERIFY(p);
-            QVERIFY(std::find(held.begin(), held.end(), p) == held.end());
-            held.push_back(p);
-        }
-        QVERIFY(blocks.allocate(BigBlocks::minSize) == nullptr);
-        blocks.release(held.back());
-        QCOMPARE(blocks.allocate(BigBlocks::minSize), held.back());
-        for (void *p : held)
-            blocks.release(p);
-    }
-
     void resizeKeepsContents_data()
     {
         QTest::addColumn<qulonglong>("from");
