@@ -104,7 +104,7 @@ void *BigBlocks::allocate(std::size_t size)
         s.size = size;
         s.mapped = std::max(s.mapped, pageRound(size));
     }
-    wake_.notify_one(); // the spare may have been taken
+    wake_.notify_all(); // the spare may have been taken
     return slotStart(slot);
 }
 
@@ -152,7 +152,7 @@ bool BigBlocks::resize(void *p, std::size_t size)
         s.size = size;
         s.mapped = std::max(s.mapped, pageRound(size));
     }
-    wake_.notify_one();
+    wake_.notify_all();
     return true;
 }
 
@@ -195,7 +195,8 @@ int BigBlocks::droppingSlot() const
 void BigBlocks::spareLoop()
 {
     std::unique_lock<std::mutex> lock(mutex_);
-    bool settled = false;
+    bool behind = false;
+    std::chrono::steady_clock::time_point behindSince;
     while (!stopping_) {
         if (const int drop = droppingSlot(); drop >= 0) {
             const std::size_t bytes = slots_[drop].mapped;
@@ -209,16 +210,20 @@ void BigBlocks::spareLoop()
         const std::size_t wanted = spareWanted();
         const int spare = populateFailed_ ? -1 : pickFreeSlot(wanted);
         if (spare < 0 || slots_[spare].mapped >= wanted) {
-            settled = false;
+            behind = false;
             wake_.notify_all(); // for waitForSpare
             wake_.wait(lock);
             continue;
         }
         // A copy frees the block it copied moments later, and that block
         // makes a fine spare: look again after a while before mapping.
-        if (!settled) {
-            settled = true;
-            wake_.wait_for(lock, settleTime);
+        const auto now = std::chrono::steady_clock::now();
+        if (!behind) {
+            behind = true;
+            behindSince = now;
+        }
+        if (now - behindSince < settleTime) {
+            wake_.wait_for(lock, settleTime - (now - behindSince));
             continue;
         }
         const std::size_t from = slots_[spare].mapped;
