@@ -2,6 +2,7 @@
 // replace malloc too). Big requests must land in slots, small ones stay with
 // glibc, and contents survive every move between the two.
 #include "alloc/mallocglue.h"
+#include "bytemarks.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -29,22 +30,6 @@ bool inSlot(void *p, std::size_t size)
     return bigBlocksOwn(p) && malloc_usable_size(p) == size;
 }
 
-void fill(void *p, std::size_t bytes, unsigned char seed)
-{
-    auto *c = static_cast<unsigned char *>(p);
-    for (std::size_t i = 0; i < bytes; i += 1024)
-        c[i] = static_cast<unsigned char>(seed + i / 1024);
-}
-
-bool filledWith(const void *p, std::size_t bytes, unsigned char seed)
-{
-    const auto *c = static_cast<const unsigned char *>(p);
-    for (std::size_t i = 0; i < bytes; i += 1024) {
-        if (c[i] != static_cast<unsigned char>(seed + i / 1024))
-            return false;
-    }
-    return true;
-}
 
 } // namespace
 
@@ -55,33 +40,33 @@ int main()
 
     void *big = std::malloc(20 * MB);
     check(big && inSlot(big, 20 * MB), "a big block comes from a slot");
-    fill(big, 20 * MB, 1);
+    markBytes(big, 20 * MB, 1);
     big = std::realloc(big, 60 * MB);
-    check(big && inSlot(big, 60 * MB) && filledWith(big, 20 * MB, 1), "a slot grows and keeps its contents");
+    check(big && inSlot(big, 60 * MB) && hasMarks(big, 20 * MB, 1), "a slot grows and keeps its contents");
 
     // Past a slot's size it moves to glibc.
     big = std::realloc(big, 300 * MB);
-    check(big && !inSlot(big, 300 * MB) && filledWith(big, 20 * MB, 1), "too big for a slot: back to glibc, contents kept");
+    check(big && !inSlot(big, 300 * MB) && hasMarks(big, 20 * MB, 1), "too big for a slot: back to glibc, contents kept");
     std::free(big);
 
     // A glibc buffer that grows past the smallest size moves into a slot.
     void *growing = std::malloc(4 * MB);
-    fill(growing, 4 * MB, 9);
+    markBytes(growing, 4 * MB, 9);
     growing = std::realloc(growing, 16 * MB);
-    check(growing && inSlot(growing, 16 * MB) && filledWith(growing, 4 * MB, 9), "growing into a slot keeps the contents");
+    check(growing && inSlot(growing, 16 * MB) && hasMarks(growing, 4 * MB, 9), "growing into a slot keeps the contents");
     growing = std::realloc(growing, 1000);
-    check(growing && filledWith(growing, 1000, 9), "shrinking keeps the contents");
+    check(growing && hasMarks(growing, 1000, 9), "shrinking keeps the contents");
     std::free(growing);
 
     // calloc stays with glibc, whose fresh pages are already zero; a big
     // block of it moves to a slot when it grows, not when it shrinks.
     void *zeroed = std::calloc(1, 20 * MB);
     check(zeroed && !inSlot(zeroed, 20 * MB), "calloc stays with glibc");
-    fill(zeroed, 12 * MB, 3);
+    markBytes(zeroed, 12 * MB, 3);
     zeroed = std::realloc(zeroed, 12 * MB);
-    check(zeroed && !inSlot(zeroed, 12 * MB) && filledWith(zeroed, 12 * MB, 3), "a glibc block that shrinks stays there");
+    check(zeroed && !inSlot(zeroed, 12 * MB) && hasMarks(zeroed, 12 * MB, 3), "a glibc block that shrinks stays there");
     zeroed = std::realloc(zeroed, 30 * MB);
-    check(zeroed && inSlot(zeroed, 30 * MB) && filledWith(zeroed, 12 * MB, 3), "a glibc block that grows moves to a slot");
+    check(zeroed && inSlot(zeroed, 30 * MB) && hasMarks(zeroed, 12 * MB, 3), "a glibc block that grows moves to a slot");
     std::free(zeroed);
 
     errno = 0;
@@ -101,10 +86,10 @@ int main()
         many[i] = std::malloc(9 * MB);
         check(many[i] != nullptr, "twelve big blocks at once");
         if (many[i])
-            fill(many[i], 9 * MB, static_cast<unsigned char>(i * 16));
+            markBytes(many[i], 9 * MB, static_cast<unsigned char>(i * 16));
     }
     for (int i = 0; i < 12; ++i) {
-        check(many[i] && filledWith(many[i], 9 * MB, static_cast<unsigned char>(i * 16)), "a block is not shared");
+        check(many[i] && hasMarks(many[i], 9 * MB, static_cast<unsigned char>(i * 16)), "a block is not shared");
         std::free(many[i]);
     }
 

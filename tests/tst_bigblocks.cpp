@@ -1,6 +1,7 @@
 // The big-block allocator: what it accepts, that contents survive a resize, and
 // that freed and spare slots keep their pages mapped (read back with mincore).
 #include "alloc/bigblocks.h"
+#include "bytemarks.h"
 
 #include <QtTest>
 
@@ -28,22 +29,6 @@ double residentShare(const void *p, std::size_t bytes)
     return double(in) / double(present.size());
 }
 
-void fill(void *p, std::size_t bytes, unsigned char seed)
-{
-    auto *c = static_cast<unsigned char *>(p);
-    for (std::size_t i = 0; i < bytes; i += 4096)
-        c[i] = static_cast<unsigned char>(seed + i / 4096);
-}
-
-bool filledWith(const void *p, std::size_t bytes, unsigned char seed)
-{
-    const auto *c = static_cast<const unsigned char *>(p);
-    for (std::size_t i = 0; i < bytes; i += 4096) {
-        if (c[i] != static_cast<unsigned char>(seed + i / 4096))
-            return false;
-    }
-    return true;
-}
 
 // Whether this kernel can map pages ahead (Linux 5.14 and later).
 bool canPopulate()
@@ -125,10 +110,10 @@ private slots:
         QVERIFY(blocks.start());
         void *p = blocks.allocate(from);
         QVERIFY(p);
-        fill(p, from, 7);
+        markBytes(p, from, 7);
         QVERIFY(blocks.resize(p, to));
         QCOMPARE(blocks.usableSize(p), std::size_t(to));
-        QVERIFY(filledWith(p, std::min(from, to), 7));
+        QVERIFY(hasMarks(p, std::min(from, to), 7));
         QVERIFY(!blocks.resize(p, BigBlocks::slotSize + 1));
         QCOMPARE(blocks.usableSize(p), std::size_t(to));
         blocks.release(p);
@@ -143,7 +128,7 @@ private slots:
         const std::size_t size = 40 * MB;
         void *first = blocks.allocate(size);
         QVERIFY(first);
-        fill(first, size, 1);
+        markBytes(first, size, 1);
         blocks.release(first);
         void *second = blocks.allocate(size - MB); // the freed slot or the spare
         QVERIFY(second);
@@ -161,7 +146,7 @@ private slots:
         for (std::size_t size : sizes) {
             held.push_back(blocks.allocate(size));
             QVERIFY(held.back());
-            fill(held.back(), size, 3);
+            markBytes(held.back(), size, 3);
         }
         blocks.waitForSpare(); // a spare as big as the biggest, besides these
         for (void *p : held)
