@@ -183,6 +183,17 @@ std::size_t BigBlocks::spareWanted() const
     return wanted;
 }
 
+// The free slot whose pages are to be mapped next, or -1 when the spare is
+// ready or cannot be made so.
+int BigBlocks::spareToMap() const
+{
+    if (populateFailed_)
+        return -1;
+    const std::size_t wanted = spareWanted();
+    const int spare = pickFreeSlot(wanted);
+    return spare >= 0 && slots_[spare].mapped < wanted ? spare : -1;
+}
+
 int BigBlocks::droppingSlot() const
 {
     for (int i = 0; i < slotCount; ++i) {
@@ -207,9 +218,8 @@ void BigBlocks::spareLoop()
             wake_.notify_all();
             continue;
         }
-        const std::size_t wanted = spareWanted();
-        const int spare = populateFailed_ ? -1 : pickFreeSlot(wanted);
-        if (spare < 0 || slots_[spare].mapped >= wanted) {
+        const int spare = spareToMap();
+        if (spare < 0) {
             behind = false;
             wake_.notify_all(); // for waitForSpare
             wake_.wait(lock);
@@ -227,7 +237,7 @@ void BigBlocks::spareLoop()
             continue;
         }
         const std::size_t from = slots_[spare].mapped;
-        const std::size_t to = std::min(wanted, from + populateStep);
+        const std::size_t to = std::min(spareWanted(), from + populateStep);
         lock.unlock();
         // Maps the pages without writing to them, so it is harmless if the
         // slot is handed out meanwhile.
@@ -247,10 +257,6 @@ void BigBlocks::waitForSpare()
     wake_.wait(lock, [this] {
         if (stopping_ || !spareThread_.joinable())
             return true;
-        if (droppingSlot() >= 0)
-            return false;
-        const std::size_t wanted = spareWanted();
-        const int spare = populateFailed_ ? -1 : pickFreeSlot(wanted);
-        return spare < 0 || slots_[spare].mapped >= wanted;
+        return droppingSlot() < 0 && spareToMap() < 0;
     });
 }

@@ -45,7 +45,7 @@ public:
     bool resize(void *p, std::size_t size);
     std::size_t usableSize(const void *p) const;
 
-    // Bytes of each slot's pages that are mapped, for tests and the bench.
+    // Bytes of a slot's pages that are mapped, counted from its start.
     std::size_t mappedBytes(int slot) const;
     // Blocks until the thread has no pages left to map or give back.
     void waitForSpare();
@@ -62,6 +62,7 @@ private:
     int slotOf(const void *p) const;
     char *slotStart(int slot) const;
     int pickFreeSlot(std::size_t size) const;
+    int spareToMap() const;
     int droppingSlot() const;
     void spareLoop();
     std::size_t spareWanted() const;
