@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QTemporaryFile>
 
@@ -15,13 +16,20 @@ bool canWrite(const QString &folder)
     return probe.open();
 }
 
+// Root can write into /usr/bin too, but an installed program's files belong
+// to the user, so the menu entry that the install put in place decides first.
+bool installed(const QString &exeFolder)
+{
+    return QFileInfo::exists(exeFolder + QStringLiteral("/" VENDSCOPE_DESKTOP_FROM_BIN));
+}
+
 } // namespace
 
 QString userPath(Place place)
 {
     // Decided once, so that settings read at start-up are written back to the same file.
     static const QString exeFolder = QCoreApplication::applicationDirPath();
-    static const bool beside = canWrite(exeFolder);
+    static const bool beside = !installed(exeFolder) && canWrite(exeFolder);
 
     const auto location = place == Place::Settings ? QStandardPaths::AppConfigLocation : QStandardPaths::AppDataLocation;
     const QString base = beside ? exeFolder : QStandardPaths::writableLocation(location);

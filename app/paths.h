@@ -4,9 +4,10 @@
 #include <QString>
 
 // The program's own files stay beside the executable while that folder can be
-// written (a build folder, a portable copy). An installed program cannot write
-// there, so they go to the user's folders instead: the settings to the config
-// location (~/.config/vendscope), the rest to the data location
+// written (a build folder, a portable copy). An installed program (one with
+// its menu entry in ../share/applications) or one that cannot write there
+// keeps them in the user's folders instead: the settings in the config
+// location (~/.config/vendscope), the rest in the data location
 // (~/.local/share/vendscope).
 enum class Place {
     Settings, // settings.ini

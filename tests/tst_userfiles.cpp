@@ -46,28 +46,36 @@ private slots:
     void placeFollowsFolder_data()
     {
         QTest::addColumn<bool>("writable");
+        QTest::addColumn<bool>("installed"); // the menu entry lies in ../share/applications
         QTest::addColumn<bool>("stored"); // a settings.ini waits where the program should find it
         QTest::addColumn<QString>("settings");
         QTest::addColumn<QString>("logs");
         QTest::addColumn<QStringList>("files");
         QTest::newRow("writable folder keeps them beside the program")
-            << true << true << "bin/settings.ini" << "bin"
+            << true << false << true << "bin/settings.ini" << "bin"
             << QStringList{"bin/", "bin/captures/", "bin/captures/capture.pcapng", "bin/firmware/", "bin/settings.ini",
                            "bin/vendscope", "config/", "data/"};
         QTest::newRow("read-only folder reads and writes the user's settings")
-            << false << true << "config/vendscope/settings.ini" << "data/vendscope"
+            << false << false << true << "config/vendscope/settings.ini" << "data/vendscope"
             << QStringList{"bin/", "bin/vendscope", "config/", "config/vendscope/", "config/vendscope/settings.ini", "data/",
                            "data/vendscope/", "data/vendscope/captures/", "data/vendscope/captures/capture.pcapng",
                            "data/vendscope/firmware/"};
         QTest::newRow("read-only folder on first start makes the user's folders")
-            << false << false << "config/vendscope/settings.ini" << "data/vendscope"
+            << false << false << false << "config/vendscope/settings.ini" << "data/vendscope"
             << QStringList{"bin/", "bin/vendscope", "config/", "config/vendscope/", "config/vendscope/settings.ini", "data/",
                            "data/vendscope/", "data/vendscope/captures/", "data/vendscope/captures/capture.pcapng",
                            "data/vendscope/firmware/"};
+        QTest::newRow("installed program uses the user's folders even where it could write")
+            << true << true << false << "config/vendscope/settings.ini" << "data/vendscope"
+            << QStringList{"bin/", "bin/vendscope", "config/", "config/vendscope/", "config/vendscope/settings.ini", "data/",
+                           "data/vendscope/", "data/vendscope/captures/", "data/vendscope/captures/capture.pcapng",
+                           "data/vendscope/firmware/", "share/", "share/applications/",
+                           "share/applications/vendscope.desktop"};
     }
     void placeFollowsFolder()
     {
         QFETCH(bool, writable);
+        QFETCH(bool, installed);
         QFETCH(bool, stored);
         QFETCH(QString, settings);
         QFETCH(QString, logs);
@@ -78,6 +86,10 @@ private slots:
         for (const char *folder : {"bin", "config", "data"})
             QVERIFY(root.mkdir(folder));
         QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), root.filePath("bin/vendscope")));
+        if (installed) {
+            QVERIFY(root.mkpath("share/applications"));
+            QVERIFY(QFile(root.filePath("share/applications/vendscope.desktop")).open(QIODevice::WriteOnly));
+        }
         if (stored) {
             QVERIFY(root.mkpath(QFileInfo(settings).path()));
             QSettings ini(root.filePath(settings), QSettings::IniFormat);
